@@ -1,0 +1,47 @@
+#include "cloudclientlib/CloudExc.h"
+
+namespace cloudclientlib {
+
+namespace {
+
+std::string MessageOf(const SFailure& failure) {
+    return exc::Format("%1 '%2': %3", failure.operation, failure.path, failure.reason);
+}
+
+}  // namespace
+
+std::string_view ToStr(EFailure kind) {
+    switch (kind) {
+        case EFailure::notFound:
+            return "not found";
+        case EFailure::accessDenied:
+            return "access denied";
+        case EFailure::quota:
+            return "quota";
+        case EFailure::conflict:
+            return "conflict";
+        case EFailure::transient:
+            return "transient";
+        case EFailure::corrupt:
+            return "corrupt";
+        case EFailure::other:
+            break;
+    }
+    return "other";
+}
+
+CCloudExc::CCloudExc(SFailure failure)
+    : CExc(MessageOf(failure)), failure_(std::make_shared<const SFailure>(std::move(failure))) {}
+CCloudExc::CCloudExc(SFailure failure, const std::exception& cause)
+    : CExc(MessageOf(failure), exc::ChainText(cause)), failure_(std::make_shared<const SFailure>(std::move(failure))) {}
+
+std::unique_ptr<exc::CExc> CCloudExc::Clone() const { return std::make_unique<CCloudExc>(*this); }
+void CCloudExc::Generate() const { throw CCloudExc(*this); }
+
+CObjectNotFoundExc::CObjectNotFoundExc(std::string operation, std::string path)
+    : CCloudExc({EFailure::notFound, false, std::move(operation), std::move(path), "object not found"}) {}
+
+std::unique_ptr<exc::CExc> CObjectNotFoundExc::Clone() const { return std::make_unique<CObjectNotFoundExc>(*this); }
+void CObjectNotFoundExc::Generate() const { throw CObjectNotFoundExc(*this); }
+
+}  // namespace cloudclientlib

@@ -1,0 +1,33 @@
+# cloudbackup_library(NAME SHARED|STATIC SOURCES ...): one component of the project.
+# Headers are included by their path from the project's root ("common/guid.h").
+function(cloudbackup_library name type)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  add_library(${name} ${type} ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
+  if(type STREQUAL "SHARED")
+    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    if(CLOUDBACKUP_SANITIZE)
+      # The sanitizers' own symbols are found in the program, not in the library.
+      target_link_options(${name} PRIVATE -Wl,-z,undefs)
+    endif()
+  endif()
+endfunction()
+
+# cloudbackup_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds]): one GoogleTest program;
+# every test case in it is a CTest of its own. Label "slow" marks what a developer may leave out, "threads"
+# what the thread sanitizer runs.
+function(cloudbackup_test name)
+  if(NOT CLOUDBACKUP_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                       PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()

@@ -1,0 +1,21 @@
+# The libraries that the project stands on; scripts/install-deps installs them all.
+
+find_package(Threads REQUIRED)
+find_package(Boost 1.74 REQUIRED COMPONENTS thread)
+find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
+find_package(ZLIB REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(TINYXML REQUIRED IMPORTED_TARGET tinyxml)
+pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
+find_package(spdlog REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+
+if(CLOUDBACKUP_TESTS)
+  find_package(GTest REQUIRED)
+  find_package(rapidcheck REQUIRED)
+  include(GoogleTest)
+endif()
+if(CLOUDBACKUP_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,273 @@
+#include "common/xml_check.h"
+
+#include <cstdint>
+
+#include "common/exc.h"
+
+namespace xml {
+
+namespace {
+
+// Our own documents need 4 levels and 8 attributes; others' may have a few more.
+constexpr std::size_t maxDepth = 32;
+constexpr std::size_t maxAttributes = 64;
+constexpr std::size_t maxReferenceLength = 10;
+
+bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsNameStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || static_cast<unsigned char>(c) >= 0x80;
+}
+bool IsNameChar(char c) { return IsNameStart(c) || IsDigit(c) || c == '-' || c == '.' || c == ':'; }
+
+/// The length of the valid UTF-8 sequence at the beginning of the text; 0 when there is none.
+std::size_t Utf8Length(std::string_view text) {
+    const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+    const auto follows = [&](std::size_t i) { return (at(i) & 0xC0U) == 0x80U; };
+    const unsigned lead = at(0);
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        return follows(1) ? 2 : 0;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        const bool overlong = lead == 0xE0 && at(1) < 0xA0;
+        const bool surrogate = lead == 0xED && at(1) > 0x9F;
+        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        const bool overlong = lead == 0xF0 && at(1) < 0x90;
+        const bool tooLarge = lead == 0xF4 && at(1) > 0x8F;
+        return follows(1) && follows(2) && follows(3) && !overlong && !tooLarge ? 4 : 0;
+    }
+    return 0;
+}
+
+/// Position of the first byte that is no part of valid UTF-8 text, or is NUL; the text's size when all are good.
+std::size_t FindUnclean(std::string_view text) {
+    std::size_t i = 0;
+    while (i < text.size()) {
+        if (static_cast<unsigned char>(text[i]) - 1U < 0x7FU) {  // 0x01 to 0x7F
+            ++i;
+            continue;
+        }
+        const std::size_t length = text[i] == '\0' ? 0 : Utf8Length(text.substr(i));
+        if (length == 0) {
+            return i;
+        }
+        i += length;
+    }
+    return i;
+}
+
+/// One pass over the text by the grammar of XML, as far as it matters to TinyXML.
+class CChecker {
+public:
+    explicit CChecker(std::string_view text) : text_(text) {}
+
+    void Run() {
+        if (const std::size_t bad = FindUnclean(text_); bad != text_.size()) {
+            position_ = bad;
+            Fail(text_[bad] == '\0' ? "a NUL byte" : "invalid UTF-8");
+        }
+        Skip("\xEF\xBB\xBF");
+        SkipMisc();
+        CheckElements();
+        SkipMisc();
+        if (position_ != text_.size()) {
+            Fail("text after the root element");
+        }
+    }
+
+private:
+    [[noreturn]] void Fail(const char* what) const {
+        throw exc::CRuntimeExc("Invalid XML document: %1 at byte %2", what, position_);
+    }
+
+    [[nodiscard]] bool AtEnd() const { return position_ == text_.size(); }
+    [[nodiscard]] char Peek() const { return AtEnd() ? '\0' : text_[position_]; }
+    [[nodiscard]] bool StartsWith(std::string_view token) const {
+        return text_.compare(position_, token.size(), token) == 0;
+    }
+    bool Skip(std::string_view token) {
+        if (!StartsWith(token)) {
+            return false;
+        }
+        position_ += token.size();
+        return true;
+    }
+    void Expect(std::string_view token, const char* what) {
+        if (!Skip(token)) {
+            Fail(AtEnd() ? "cut off" : what);
+        }
+    }
+    void SkipBlanks() {
+        while (!AtEnd() && IsBlank(text_[position_])) {
+            ++position_;
+        }
+    }
+    void SkipTo(std::string_view token) {
+        const std::size_t found = text_.find(token, position_);
+        if (found == std::string_view::npos) {
+            Fail("a part that does not end");
+        }
+        position_ = found + token.size();
+    }
+
+    /// Blanks, comments and processing instructions (the XML declaration too).
+    void SkipMisc() {
+        for (;;) {
+            SkipBlanks();
+            if (Skip("<?")) {
+                SkipTo("?>");
+            } else if (Skip("<!--")) {
+                SkipTo("-->");
+            } else {
+                return;
+            }
+        }
+    }
+
+    std::string_view CheckName() {
+        const std::size_t begin = position_;
+        if (!IsNameStart(Peek())) {
+            Fail(AtEnd() ? "cut off" : "no name where one should be");
+        }
+        while (!AtEnd() && IsNameChar(text_[position_])) {
+            ++position_;
+        }
+        return text_.substr(begin, position_ - begin);
+    }
+
+    void CheckElements() {
+        if (Peek() != '<') {
+            Fail(AtEnd() ? "no root element" : "text before the root element");
+        }
+        std::size_t depth = 0;
+        std::string_view open[maxDepth];
+        do {
+            if (Skip("</")) {
+                const std::size_t at = position_;
+                if (CheckName() != open[depth - 1]) {
+                    position_ = at;
+                    Fail("an end tag that does not match");
+                }
+                SkipBlanks();
+                Expect(">", "a malformed end tag");
+                --depth;
+            } else if (Skip("<?")) {
+                SkipTo("?>");
+            } else if (Skip("<!--")) {
+                SkipTo("-->");
+            } else if (Skip("<![CDATA[")) {
+                SkipTo("]]>");
+            } else if (Peek() == '<') {
+                ++position_;
+                const std::string_view name = CheckName();
+                if (CheckAttributes()) {
+                    if (depth == maxDepth) {
+                        Fail("elements nested too deep");
+                    }
+                    open[depth++] = name;
+                }
+            } else {
+                CheckCharacters('<');
+            }
+        } while (depth != 0);
+    }
+
+    /// True when the element is left open.
+    bool CheckAttributes() {
+        for (std::size_t count = 0;; ++count) {
+            const std::size_t before = position_;
+            SkipBlanks();
+            if (Skip("/>")) {
+                return false;
+            }
+            if (Skip(">")) {
+                return true;
+            }
+            if (before == position_) {
+                Fail(AtEnd() ? "cut off" : "a malformed tag");
+            }
+            if (count == maxAttributes) {
+                Fail("too many attributes in one element");
+            }
+            CheckName();
+            SkipBlanks();
+            Expect("=", "an attribute without a value");
+            SkipBlanks();
+            const char quote = Peek();
+            if (quote != '"' && quote != '\'') {
+                Fail(AtEnd() ? "cut off" : "an attribute value without quotes");
+            }
+            ++position_;
+            CheckCharacters(quote);
+            ++position_;
+        }
+    }
+
+    /// Goes on to the given end, checking references on the way.
+    void CheckCharacters(char end) {
+        for (;; ++position_) {
+            if (AtEnd()) {
+                Fail("cut off");
+            }
+            const char c = text_[position_];
+            if (c == end) {
+                return;
+            }
+            if (c == '<') {
+                Fail("a '<' inside a value");
+            }
+            if (c == '&') {
+                CheckReference();
+            }
+        }
+    }
+
+    /// Ends on the reference's last character.
+    void CheckReference() {
+        const std::size_t end = text_.find(';', position_);
+        if (end == std::string_view::npos || end - position_ > maxReferenceLength) {
+            Fail("a reference without an end");
+        }
+        const std::string_view name = text_.substr(position_ + 1, end - position_ - 1);
+        const bool known = name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";
+        if (!known && !IsCharacterReference(name)) {
+            Fail("an unknown or invalid reference");
+        }
+        position_ = end;
+    }
+
+    static bool IsCharacterReference(std::string_view name) {
+        if (name.size() < 2 || name[0] != '#') {
+            return false;
+        }
+        const bool hex = name[1] == 'x';
+        const std::string_view digits = name.substr(hex ? 2 : 1);
+        std::uint32_t code = 0;
+        for (const char c : digits) {
+            const bool letter = hex && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'));
+            if (!IsDigit(c) && !letter) {
+                return false;
+            }
+            const auto digit = static_cast<std::uint32_t>(IsDigit(c) ? c - '0' : (c | 0x20) - 'a' + 10);
+            code = code * (hex ? 16 : 10) + digit;
+        }
+        const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+        return !digits.empty() && code != 0 && code <= 0x10FFFF && !surrogate;
+    }
+
+    std::string_view text_;
+    std::size_t position_ = 0;
+};
+
+}  // namespace
+
+void CheckText(std::string_view text) { CChecker(text).Run(); }
+
+bool IsCleanUtf8(std::string_view text) { return FindUnclean(text) == text.size(); }
+
+}  // namespace xml
