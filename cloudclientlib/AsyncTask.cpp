@@ -103,6 +103,9 @@ void CPromiseTask::SetFailed(std::exception_ptr failure) { Complete(std::move(fa
 
 void CPromiseTask::Complete(std::exception_ptr failure) {
     const std::lock_guard lock(mutex_);
+    if (isDone_) {
+        return;
+    }
     isDone_ = true;
     failure_ = std::move(failure);
     // Under the lock: a waiter may destroy the task as soon as it sees it done.

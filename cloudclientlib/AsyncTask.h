@@ -46,7 +46,8 @@ public:
 CB_EXPORT void RunWindow(std::size_t count, std::size_t limit, const std::function<task_ptr(std::size_t)>& start,
                          const std::function<void(std::size_t)>& finish);
 
-/// A task that another thread completes: for those who write clients. Safe from any thread.
+/// A task that another thread completes, once (what comes after the first completion means nothing): for those who
+/// write clients. Safe from any thread.
 class CB_EXPORT CPromiseTask : public IAsyncTask {
 public:
     void Wait() override;

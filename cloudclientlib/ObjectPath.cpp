@@ -1,5 +1,7 @@
 #include "cloudclientlib/ObjectPath.h"
 
+#include <algorithm>
+
 #include "cloudclientlib/CloudExc.h"
 
 namespace cloudclientlib {

@@ -46,7 +46,10 @@ md5_digest_t Md5(std::span<const char> data) { return Compute<md5_digest_t>(data
 sha256_digest_t Sha256(std::span<const char> data) { return Compute<sha256_digest_t>(data, Sha256Algorithm()); }
 
 struct CSha256::SContext {
-    SContext() : context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) { Start(); }
+    SContext() : context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
+        Check(context != nullptr ? 1 : 0, "new");
+        Start();
+    }
     void Start() { Check(EVP_DigestInit_ex(context.get(), Sha256Algorithm(), nullptr), "init"); }
 
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context;

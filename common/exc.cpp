@@ -2,9 +2,22 @@
 
 namespace exc {
 
+namespace {
+
+/// what() is read up to its first NUL; a NUL in a path or a name must not hide what stands behind it.
+std::string ShowNuls(std::string text) {
+    for (std::size_t at = text.find('\0'); at != std::string::npos; at = text.find('\0', at)) {
+        text.replace(at, 1, "\\0");
+    }
+    return text;
+}
+
+}  // namespace
+
 struct CExc::STexts {
     std::string message;
     std::string chain;
+    bool hasCauseText;
 };
 
 CExc::CExc(std::string message) : CExc(std::move(message), {}) {}
@@ -14,7 +27,7 @@ CExc::CExc(std::string message, std::string_view causeText) {
     if (!causeText.empty()) {
         chain.append(": ").append(causeText);
     }
-    texts_ = std::make_shared<const STexts>(STexts{std::move(message), std::move(chain)});
+    texts_ = std::make_shared<const STexts>(STexts{std::move(message), ShowNuls(std::move(chain)), !causeText.empty()});
 }
 
 CExc::CExc(const CExc&) = default;
@@ -29,6 +42,7 @@ CExc::~CExc() = default;
 
 const char* CExc::what() const noexcept { return texts_->chain.c_str(); }
 const std::string& CExc::GetMessage() const noexcept { return texts_->message; }
+bool CExc::HasCauseText() const noexcept { return texts_->hasCauseText; }
 
 CRuntimeExc::CRuntimeExc(SWithCauseText, std::string message, std::string_view causeText)
     : CExc(std::move(message), causeText) {}
@@ -44,13 +58,21 @@ CNotImplExc::CNotImplExc(std::string signature) : CExc(std::move(signature)) {}
 std::unique_ptr<CExc> CNotImplExc::Clone() const { return std::make_unique<CNotImplExc>(*this); }
 void CNotImplExc::Generate() const { throw CNotImplExc(*this); }
 
+void RethrowCause(const std::exception& failure) {
+    const auto* nesting = dynamic_cast<const std::nested_exception*>(&failure);
+    if (nesting != nullptr && nesting->nested_ptr()) {
+        nesting->rethrow_nested();
+    }
+}
+
 std::string ChainText(const std::exception& failure) {
-    if (dynamic_cast<const CExc*>(&failure) != nullptr) {
-        return failure.what();  // holds its causes' texts already
+    const auto* own = dynamic_cast<const CExc*>(&failure);
+    if (own != nullptr && own->HasCauseText()) {
+        return own->what();
     }
     std::string text = failure.what();
     try {
-        std::rethrow_if_nested(failure);
+        RethrowCause(failure);
     } catch (const std::exception& cause) {
         text.append(": ").append(ChainText(cause));
     } catch (...) {

@@ -15,14 +15,17 @@ namespace exc {
 /// The base of all exceptions of the system.
 ///
 /// An exception carries its own message and, when it was raised because of another, that one's text: what() is the
-/// whole chain in one line ("outer: inner: innermost"), GetMessage() the outer message alone. The cause itself is
-/// nested (std::nested_exception) and found with FindCause. Immutable, may be read from any thread.
+/// whole chain in one line ("outer: inner: innermost"; a NUL byte in it shows as "\0"), GetMessage() the outer message
+/// alone. The cause itself is nested (std::nested_exception) and found with FindCause. Immutable, may be read from any
+/// thread.
 class CB_EXPORT CExc : public std::exception {
 public:
     ~CExc() override;
 
     [[nodiscard]] const char* what() const noexcept override;
     [[nodiscard]] const std::string& GetMessage() const noexcept;
+    /// Whether what() holds a cause's text behind the message.
+    [[nodiscard]] bool HasCauseText() const noexcept;
 
     /// A copy of the exception, without its nested cause (the cause's text stays in what()).
     [[nodiscard]] virtual std::unique_ptr<CExc> Clone() const = 0;
@@ -69,11 +72,15 @@ public:
     [[noreturn]] void Generate() const override;
 };
 
+/// Throws the exception nested in `failure`; returns when there is none. (std::rethrow_if_nested ends the process on an
+/// exception that was nested outside of a handler.)
+CB_EXPORT void RethrowCause(const std::exception& failure);
+
 /// The text of an exception with the texts of all its nested causes.
 [[nodiscard]] CB_EXPORT std::string ChainText(const std::exception& failure);
 
 /// Throws a CRuntimeExc with the message, and with `cause` nested in it. To be called in the handler that caught
-/// `cause`.
+/// `cause`; elsewhere only its text is kept.
 [[noreturn]] CB_EXPORT void RegenTraceWithMessage(const std::exception& cause, std::string message);
 
 template <class... Args>
@@ -88,7 +95,7 @@ template <class T>
         return *found;
     }
     try {
-        std::rethrow_if_nested(failure);
+        RethrowCause(failure);
     } catch (const std::exception& cause) {
         return FindCause<T>(cause);
     } catch (...) {

@@ -1,6 +1,6 @@
 #include "common/logging.h"
 
-#include <spdlog/sinks/stdout_color_sinks.h>
+#include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
 #include <exception>
@@ -40,19 +40,20 @@ class CStderrSink : public ISink {
 public:
     explicit CStderrSink(level_t minimum) : minimum_(minimum), logger_("cloudbackup", MakeTarget()) {
         logger_.set_level(ToSpdlog(minimum));
-        logger_.set_pattern("%H:%M:%S.%e [%^%l%$] %v");
+        logger_.set_pattern("%H:%M:%S.%e %v");
     }
 
     bool IsEnabled(std::string_view, level_t level) const override { return level >= minimum_; }
 
     void Write(const SRecord& record) override {
         const char* mark = record.kind == kind_t::open ? "> " : record.kind == kind_t::close ? "< " : "";
-        logger_.log(ToSpdlog(record.level), "{}: {}{}", record.section, mark, record.text);
+        // The levels bear our own names: spdlog's "debug" and "trace" stand in the other order.
+        logger_.log(ToSpdlog(record.level), "[{}] {}: {}{}", ToStr(record.level), record.section, mark, record.text);
     }
 
 private:
     static std::shared_ptr<spdlog::sinks::sink> MakeTarget() {
-        return std::make_shared<spdlog::sinks::stderr_color_sink_mt>();
+        return std::make_shared<spdlog::sinks::stderr_sink_mt>();
     }
 
     const level_t minimum_;
@@ -89,7 +90,8 @@ bool section_t::IsEnabled(level_t level) const {
 }
 
 void section_t::Write(level_t level, kind_t kind, std::string_view text) const {
-    if (const auto sink = GetSink()) {
+    // Asked again, for the sink may have been replaced since the message was built.
+    if (const auto sink = GetSink(); sink && sink->IsEnabled(name_, level)) {
         sink->Write({name_, level, kind, text});
     }
 }
@@ -104,11 +106,9 @@ const section_t& Storage() {
     return section;
 }
 
-trace_t::trace_t(const section_t& section, SOpen, const std::string& message)
+trace_t::trace_t(const section_t& section, SOpen, std::string_view message)
     : section_(section), uncaught_(std::uncaught_exceptions()) {
-    if (section_.IsEnabled(level_t::tr)) {
-        section_.Write(level_t::tr, kind_t::open, message);
-    }
+    section_.Write(level_t::tr, kind_t::open, message);
 }
 
 trace_t::~trace_t() {
@@ -126,9 +126,7 @@ void trace_t::Close() { CloseWith(""); }
 void trace_t::CloseWith(std::string_view text) {
     if (open_) {
         open_ = false;
-        if (section_.IsEnabled(level_t::tr)) {
-            section_.Write(level_t::tr, kind_t::close, text);
-        }
+        section_.Write(level_t::tr, kind_t::close, text);
     }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -107,7 +106,7 @@ public:
 
 private:
     struct SOpen {};
-    trace_t(const section_t& section, SOpen, const std::string& message);
+    trace_t(const section_t& section, SOpen, std::string_view message);
     void CloseWith(std::string_view text);
 
     const section_t& section_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 
 #include "common/export.h"
 
@@ -14,6 +15,12 @@ public:
     [[nodiscard]] bool IsSingleFileCloudMetadataEnabled() const { return singleFileCloudMetadata_; }
     void EnableSingleFileCloudMetadata(bool enable) { singleFileCloudMetadata_ = enable; }
 
+    /// How many deletions of blocks may be in flight at once, never more than the client allows. 1, the default,
+    /// deletes one block after another, in order.
+    [[nodiscard]] std::size_t GetBlockDeletionConcurrency() const { return blockDeletionConcurrency_; }
+    void SetBlockDeletionConcurrency(std::size_t tasks) { blockDeletionConcurrency_ = tasks; }
+
 private:
     std::atomic<bool> singleFileCloudMetadata_{false};
+    std::atomic<std::size_t> blockDeletionConcurrency_{1};
 };

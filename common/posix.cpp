@@ -13,11 +13,50 @@ namespace {
 
 constexpr mode_t newFileMode = 0600;
 
+/// Makes a system call again while a signal cuts it short.
+template <class F>
+auto Uninterrupted(const F& call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+/// Calls `receive` (bytes already here) until `size` bytes are here or the end is reached.
+template <class F>
+std::size_t ReadAll(const std::string& path, std::size_t size, const F& receive) {
+    std::size_t total = 0;
+    while (total < size) {
+        const ssize_t received = Uninterrupted([&] { return receive(total); });
+        if (received < 0) {
+            throw CPosixExc("read", path, errno);
+        }
+        if (received == 0) {
+            break;
+        }
+        total += static_cast<std::size_t>(received);
+    }
+    return total;
+}
+
+/// Calls `send` (bytes already written) until all `size` bytes are written.
+template <class F>
+void WriteAll(const std::string& path, std::size_t size, const F& send) {
+    for (std::size_t total = 0; total < size;) {
+        const ssize_t written = Uninterrupted([&] { return send(total); });
+        if (written < 0) {
+            throw CPosixExc("write", path, errno);
+        }
+        total += static_cast<std::size_t>(written);
+    }
+}
+
 fd_t Open(const std::string& path, int flags, const char* operation) {
     if (path.find('\0') != std::string::npos) {
         throw CPosixExc(operation, path, EINVAL);
     }
-    fd_t fd(::open(path.c_str(), flags | O_CLOEXEC, newFileMode));
+    fd_t fd(Uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, newFileMode); }));
     if (!fd) {
         throw CPosixExc(operation, path, errno);
     }
@@ -57,67 +96,26 @@ posix_file_t posix_file_t::OpenOrCreate4Write(const std::string& path, bool excl
 }
 
 std::size_t posix_file_t::Read(void* data, std::size_t size) {
-    std::size_t total = 0;
-    while (total < size) {
-        const ssize_t received = ::read(fd_.Get(), static_cast<char*>(data) + total, size - total);
-        if (received < 0 && errno == EINTR) {
-            continue;
-        }
-        if (received < 0) {
-            throw CPosixExc("read", path_, errno);
-        }
-        if (received == 0) {
-            break;
-        }
-        total += static_cast<std::size_t>(received);
-    }
-    return total;
+    char* const bytes = static_cast<char*>(data);
+    return ReadAll(path_, size, [&](std::size_t done) { return ::read(fd_.Get(), bytes + done, size - done); });
 }
 
 std::size_t posix_file_t::ReadAt(std::uint64_t offset, void* data, std::size_t size) const {
-    std::size_t total = 0;
-    while (total < size) {
-        const ssize_t received =
-            ::pread(fd_.Get(), static_cast<char*>(data) + total, size - total, static_cast<off_t>(offset + total));
-        if (received < 0 && errno == EINTR) {
-            continue;
-        }
-        if (received < 0) {
-            throw CPosixExc("read", path_, errno);
-        }
-        if (received == 0) {
-            break;
-        }
-        total += static_cast<std::size_t>(received);
-    }
-    return total;
+    char* const bytes = static_cast<char*>(data);
+    return ReadAll(path_, size, [&](std::size_t done) {
+        return ::pread(fd_.Get(), bytes + done, size - done, static_cast<off_t>(offset + done));
+    });
 }
 
 void posix_file_t::Write(std::span<const char> data) {
-    while (!data.empty()) {
-        const ssize_t written = ::write(fd_.Get(), data.data(), data.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            throw CPosixExc("write", path_, errno);
-        }
-        data = data.subspan(static_cast<std::size_t>(written));
-    }
+    WriteAll(path_, data.size(),
+             [&](std::size_t done) { return ::write(fd_.Get(), data.data() + done, data.size() - done); });
 }
 
 void posix_file_t::WriteAt(std::uint64_t offset, std::span<const char> data) {
-    while (!data.empty()) {
-        const ssize_t written = ::pwrite(fd_.Get(), data.data(), data.size(), static_cast<off_t>(offset));
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            throw CPosixExc("write", path_, errno);
-        }
-        data = data.subspan(static_cast<std::size_t>(written));
-        offset += static_cast<std::uint64_t>(written);
-    }
+    WriteAll(path_, data.size(), [&](std::size_t done) {
+        return ::pwrite(fd_.Get(), data.data() + done, data.size() - done, static_cast<off_t>(offset + done));
+    });
 }
 
 void posix_file_t::SeekFromBegin(std::uint64_t offset) {
@@ -143,13 +141,13 @@ std::uint64_t posix_file_t::GetSize() const {
 }
 
 void posix_file_t::Truncate(std::uint64_t size) {
-    if (::ftruncate(fd_.Get(), static_cast<off_t>(size)) != 0) {
+    if (Uninterrupted([&] { return ::ftruncate(fd_.Get(), static_cast<off_t>(size)); }) != 0) {
         throw CPosixExc("truncate", path_, errno);
     }
 }
 
 void posix_file_t::Sync() {
-    if (::fsync(fd_.Get()) != 0) {
+    if (Uninterrupted([&] { return ::fsync(fd_.Get()); }) != 0) {
         throw CPosixExc("sync", path_, errno);
     }
 }

@@ -21,7 +21,13 @@ bool IsBase64Char(char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
 }
 
-/// OpenSSL's decoder skips blanks and takes padding anywhere; the shape is checked here.
+/// The six bits that a base64 character stands for.
+std::size_t Base64Value(char c) {
+    static constexpr std::string_view alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    return alphabet.find(c);
+}
+
+/// OpenSSL's decoder skips blanks, takes padding anywhere and ignores stray bits before it; the shape is checked here.
 bool IsPaddedBase64(std::string_view text) {
     if (text.empty() || text.size() % 4 != 0) {
         return false;
@@ -35,7 +41,16 @@ bool IsPaddedBase64(std::string_view text) {
             return false;
         }
     }
-    return true;
+    // Of the last character, the bits that belong to no byte are zero: so every byte string has one text alone.
+    const std::size_t unusedBits = 2 * padding;
+    return (Base64Value(text[text.size() - 1 - padding]) & ((std::size_t{1} << unusedBits) - 1)) == 0;
+}
+
+/// For system calls that would take a path only up to its first NUL.
+void CheckPath(const char* operation, const std::string& path) {
+    if (path.find('\0') != std::string::npos) {
+        throw posix::CPosixExc(operation, path, EINVAL);
+    }
 }
 
 }  // namespace
@@ -109,30 +124,43 @@ std::string WideToUtf8(std::wstring_view text) {
     return out;
 }
 
+std::size_t Utf8SequenceLength(std::string_view text) noexcept {
+    const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+    const auto follows = [&](std::size_t i) { return (at(i) & 0xC0U) == 0x80U; };
+    if (text.empty()) {
+        return 0;
+    }
+    const unsigned lead = at(0);
+    if (lead < 0x80) {
+        return 1;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        return follows(1) ? 2 : 0;
+    }
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        const bool overlong = lead == 0xE0 && at(1) < 0xA0;
+        const bool surrogate = lead == 0xED && at(1) > 0x9F;
+        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        const bool overlong = lead == 0xF0 && at(1) < 0x90;
+        const bool tooLarge = lead == 0xF4 && at(1) > 0x8F;
+        return follows(1) && follows(2) && follows(3) && !overlong && !tooLarge ? 4 : 0;
+    }
+    return 0;
+}
+
 std::wstring Utf8ToWide(std::string_view text) {
     std::wstring out;
     for (std::size_t i = 0; i < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        const std::size_t length = lead < 0x80   ? 1
-                                   : lead < 0xC2 ? 0
-                                   : lead < 0xE0 ? 2
-                                   : lead < 0xF0 ? 3
-                                   : lead < 0xF5 ? 4
-                                                 : 0;
-        if (length == 0 || i + length > text.size()) {
+        const std::size_t length = Utf8SequenceLength(text.substr(i));
+        if (length == 0) {
             throw exc::CRuntimeExc("Text is not valid UTF-8 at byte %1", i);
         }
+        const auto lead = static_cast<unsigned char>(text[i]);
         std::uint32_t c = length == 1 ? lead : lead & (0xFFU >> (length + 1));
         for (std::size_t k = 1; k < length; ++k) {
-            const auto next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0U) != 0x80U) {
-                throw exc::CRuntimeExc("Text is not valid UTF-8 at byte %1", i + k);
-            }
-            c = (c << 6U) | (next & 0x3FU);
-        }
-        const bool overlong = (length == 3 && c < 0x800) || (length == 4 && c < 0x10000);
-        if (overlong || (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
-            throw exc::CRuntimeExc("Text is not valid UTF-8 at byte %1", i);
+            c = (c << 6U) | (static_cast<unsigned char>(text[i + k]) & 0x3FU);
         }
         out += static_cast<wchar_t>(c);
         i += length;
@@ -141,6 +169,7 @@ std::wstring Utf8ToWide(std::string_view text) {
 }
 
 std::uint64_t fs_file_size(const std::string& path) {
+    CheckPath("tell the size of", path);
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) {
         throw posix::CPosixExc("tell the size of", path, errno);
@@ -149,12 +178,15 @@ std::uint64_t fs_file_size(const std::string& path) {
 }
 
 void fs_file_delete(const std::string& path) {
+    CheckPath("delete", path);
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
         throw posix::CPosixExc("delete", path, errno);
     }
 }
 
 void fs_file_rename(const std::string& from, const std::string& to) {
+    CheckPath("rename", from);
+    CheckPath("rename to", to);
     if (::rename(from.c_str(), to.c_str()) != 0) {
         throw posix::CPosixExc("rename", from, errno);
     }

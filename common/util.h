@@ -19,8 +19,11 @@ namespace util {
 
 /// Standard base64 (RFC 4648, section 4), padded.
 [[nodiscard]] CB_EXPORT std::string toBase64(std::span<const char> data);
-/// The bytes of a standard padded base64 text; empty for any other text.
+/// The bytes of a standard padded base64 text, one that toBase64 could have written; empty for any other text.
 [[nodiscard]] CB_EXPORT cnt::array_t<char> fromBase64(std::string_view text);
+
+/// The length (1 to 4) of the valid UTF-8 sequence at the beginning of the text; 0 when there is none.
+[[nodiscard]] CB_EXPORT std::size_t Utf8SequenceLength(std::string_view text) noexcept;
 
 /// Overwrites memory in a way that no compiler leaves out.
 CB_EXPORT void SecureErase(void* data, std::size_t size) noexcept;

@@ -2,6 +2,7 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "common/exc.h"
@@ -24,11 +25,20 @@ const std::string* FindAttr(const xml_holder_t& node, std::string_view name) {
     return AsElement(node).Attribute(std::string(name));
 }
 
+/// A hostile value may be of any length; its beginning, cut between two characters, says enough.
+std::string_view BeginningOf(std::string_view value) {
+    constexpr std::size_t enough = 64;
+    std::size_t length = std::min(value.size(), enough);
+    while (length != 0 && length < value.size() && (static_cast<unsigned char>(value[length]) & 0xC0U) == 0x80U) {
+        --length;
+    }
+    return value.substr(0, length);
+}
+
 [[noreturn]] void ThrowMalformed(const xml_holder_t& node, std::string_view name, std::string_view value,
                                  const char* kind) {
-    // A hostile value may be of any length; its beginning says enough.
     throw exc::CRuntimeExc("Attribute '%1' of node '%2' is not %3: '%4'", name, TiXmlGetNodeName(node), kind,
-                           value.substr(0, 64));
+                           BeginningOf(value));
 }
 
 template <class T>
@@ -41,6 +51,9 @@ T ParseNumber(const xml_holder_t& node, std::string_view name, const std::string
     }
     return number;
 }
+
+/// TinyXML's setting is one variable for the whole process: set once, before the first document is read.
+void KeepWhiteSpace() { [[maybe_unused]] static const bool done = (TiXmlBase::SetCondenseWhiteSpace(false), true); }
 
 }  // namespace
 
@@ -55,13 +68,18 @@ xml_holder_t TiXmlCreateDocument() {
 
 xml_holder_t TiXmlParseExc(std::string_view text) {
     CheckText(text);
+    KeepWhiteSpace();
     xml_holder_t holder = TiXmlCreateDocument();
     TiXmlDocument& document = *holder.GetDocument();
-    document.SetCondenseWhiteSpace(false);
-    document.Parse(std::string(text).c_str(), nullptr, TIXML_ENCODING_UTF8);
+    const std::string copy(text);
+    const char* const rest = document.Parse(copy.c_str(), nullptr, TIXML_ENCODING_UTF8);
     if (document.Error()) {
         throw exc::CRuntimeExc("Invalid XML document: %1 (line %2, column %3)", document.ErrorDesc(),
                                document.ErrorRow(), document.ErrorCol());
+    }
+    // The check before lets no such text through; should TinyXML stop half-way all the same, nothing is lost silently.
+    if (document.RootElement() == nullptr || (rest != nullptr && *rest != '\0')) {
+        throw exc::CRuntimeExc("Invalid XML document: not read to its end");
     }
     return holder;
 }

@@ -1,8 +1,10 @@
 #include "common/xml_check.h"
 
+#include <array>
 #include <cstdint>
 
 #include "common/exc.h"
+#include "common/util.h"
 
 namespace xml {
 
@@ -20,30 +22,6 @@ bool IsNameStart(char c) {
 }
 bool IsNameChar(char c) { return IsNameStart(c) || IsDigit(c) || c == '-' || c == '.' || c == ':'; }
 
-/// The length of the valid UTF-8 sequence at the beginning of the text; 0 when there is none.
-std::size_t Utf8Length(std::string_view text) {
-    const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-    const auto follows = [&](std::size_t i) { return (at(i) & 0xC0U) == 0x80U; };
-    const unsigned lead = at(0);
-    if (lead < 0x80) {
-        return 1;
-    }
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        return follows(1) ? 2 : 0;
-    }
-    if (lead >= 0xE0 && lead <= 0xEF) {
-        const bool overlong = lead == 0xE0 && at(1) < 0xA0;
-        const bool surrogate = lead == 0xED && at(1) > 0x9F;
-        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
-    }
-    if (lead >= 0xF0 && lead <= 0xF4) {
-        const bool overlong = lead == 0xF0 && at(1) < 0x90;
-        const bool tooLarge = lead == 0xF4 && at(1) > 0x8F;
-        return follows(1) && follows(2) && follows(3) && !overlong && !tooLarge ? 4 : 0;
-    }
-    return 0;
-}
-
 /// Position of the first byte that is no part of valid UTF-8 text, or is NUL; the text's size when all are good.
 std::size_t FindUnclean(std::string_view text) {
     std::size_t i = 0;
@@ -52,7 +30,7 @@ std::size_t FindUnclean(std::string_view text) {
             ++i;
             continue;
         }
-        const std::size_t length = text[i] == '\0' ? 0 : Utf8Length(text.substr(i));
+        const std::size_t length = text[i] == '\0' ? 0 : util::Utf8SequenceLength(text.substr(i));
         if (length == 0) {
             return i;
         }
@@ -72,6 +50,7 @@ public:
             Fail(text_[bad] == '\0' ? "a NUL byte" : "invalid UTF-8");
         }
         Skip("\xEF\xBB\xBF");
+        CheckDeclaration();
         SkipMisc();
         CheckElements();
         SkipMisc();
@@ -115,12 +94,69 @@ private:
         position_ = found + token.size();
     }
 
-    /// Blanks, comments and processing instructions (the XML declaration too).
+    /// "<?xml version=... ?>", which may only be the first thing in the text. TinyXML ends it at any ">" and reads
+    /// "version" and the like as attributes wherever they stand, so it must be plain.
+    void CheckDeclaration() {
+        SkipBlanks();
+        if (!Skip("<?xml")) {
+            return;
+        }
+        for (std::size_t count = 0;; ++count) {
+            const std::size_t before = position_;
+            SkipBlanks();
+            if (Skip("?>")) {
+                return;
+            }
+            const bool apart = before != position_;
+            const bool known = apart && (Skip("version") || Skip("encoding") || Skip("standalone"));
+            if (!known || count == maxAttributes) {
+                Fail(AtEnd() ? "cut off" : "a malformed declaration");
+            }
+            CheckDeclaredValue();
+        }
+    }
+
+    void CheckDeclaredValue() {
+        const char quote = SkipToValue();
+        while (IsNameChar(Peek())) {
+            ++position_;
+        }
+        Expect({&quote, 1}, "a malformed declaration");
+    }
+
+    /// From behind an attribute's name to the beginning of its value; returns the quote that will end the value.
+    char SkipToValue() {
+        SkipBlanks();
+        Expect("=", "an attribute without a value");
+        SkipBlanks();
+        const char quote = Peek();
+        if (quote != '"' && quote != '\'') {
+            Fail(AtEnd() ? "cut off" : "an attribute value without quotes");
+        }
+        ++position_;
+        return quote;
+    }
+
+    /// What follows "<?". TinyXML ends it at the first ">", and takes whatever begins with "xml" for a declaration.
+    void CheckInstruction() {
+        const std::string_view target = CheckName();
+        const bool reserved =
+            target.size() >= 3 && (target[0] | 0x20) == 'x' && (target[1] | 0x20) == 'm' && (target[2] | 0x20) == 'l';
+        if (reserved) {
+            Fail("a declaration that is not at the beginning");
+        }
+        SkipTo(">");
+        if (text_[position_ - 2] != '?') {
+            Fail("a '>' inside a processing instruction");
+        }
+    }
+
+    /// Blanks, comments and processing instructions.
     void SkipMisc() {
         for (;;) {
             SkipBlanks();
             if (Skip("<?")) {
-                SkipTo("?>");
+                CheckInstruction();
             } else if (Skip("<!--")) {
                 SkipTo("-->");
             } else {
@@ -131,7 +167,9 @@ private:
 
     std::string_view CheckName() {
         const std::size_t begin = position_;
-        if (!IsNameStart(Peek())) {
+        // TinyXML passes over these three characters wherever a name may begin.
+        const bool ignored = StartsWith("\xEF\xBB\xBF") || StartsWith("\xEF\xBF\xBE") || StartsWith("\xEF\xBF\xBF");
+        if (!IsNameStart(Peek()) || ignored) {
             Fail(AtEnd() ? "cut off" : "no name where one should be");
         }
         while (!AtEnd() && IsNameChar(text_[position_])) {
@@ -140,41 +178,54 @@ private:
         return text_.substr(begin, position_ - begin);
     }
 
+    /// The root element, with all that is in it.
     void CheckElements() {
         if (Peek() != '<') {
             Fail(AtEnd() ? "no root element" : "text before the root element");
         }
-        std::size_t depth = 0;
-        std::string_view open[maxDepth];
-        do {
-            if (Skip("</")) {
-                const std::size_t at = position_;
-                if (CheckName() != open[depth - 1]) {
-                    position_ = at;
-                    Fail("an end tag that does not match");
-                }
-                SkipBlanks();
-                Expect(">", "a malformed end tag");
-                --depth;
-            } else if (Skip("<?")) {
-                SkipTo("?>");
-            } else if (Skip("<!--")) {
-                SkipTo("-->");
-            } else if (Skip("<![CDATA[")) {
-                SkipTo("]]>");
-            } else if (Peek() == '<') {
-                ++position_;
-                const std::string_view name = CheckName();
-                if (CheckAttributes()) {
-                    if (depth == maxDepth) {
-                        Fail("elements nested too deep");
-                    }
-                    open[depth++] = name;
-                }
-            } else {
-                CheckCharacters('<');
-            }
-        } while (depth != 0);
+        ++position_;
+        CheckStartTag();
+        while (depth_ != 0) {
+            CheckInside();
+        }
+    }
+
+    /// The next thing inside an element.
+    void CheckInside() {
+        if (Skip("</")) {
+            CheckEndTag();
+        } else if (Skip("<?")) {
+            CheckInstruction();
+        } else if (Skip("<!--")) {
+            SkipTo("-->");
+        } else if (Skip("<![CDATA[")) {
+            SkipTo("]]>");
+        } else if (Skip("<")) {
+            CheckStartTag();
+        } else {
+            CheckCharacters('<');
+        }
+    }
+
+    void CheckStartTag() {
+        if (depth_ == maxDepth) {
+            Fail("elements nested too deep");
+        }
+        const std::string_view name = CheckName();
+        if (CheckAttributes()) {
+            open_[depth_++] = name;
+        }
+    }
+
+    void CheckEndTag() {
+        const std::size_t at = position_;
+        if (CheckName() != open_[depth_ - 1]) {
+            position_ = at;
+            Fail("an end tag that does not match");
+        }
+        SkipBlanks();
+        Expect(">", "a malformed end tag");
+        --depth_;
     }
 
     /// True when the element is left open.
@@ -195,15 +246,7 @@ private:
                 Fail("too many attributes in one element");
             }
             CheckName();
-            SkipBlanks();
-            Expect("=", "an attribute without a value");
-            SkipBlanks();
-            const char quote = Peek();
-            if (quote != '"' && quote != '\'') {
-                Fail(AtEnd() ? "cut off" : "an attribute value without quotes");
-            }
-            ++position_;
-            CheckCharacters(quote);
+            CheckCharacters(SkipToValue());
             ++position_;
         }
     }
@@ -262,6 +305,8 @@ private:
 
     std::string_view text_;
     std::size_t position_ = 0;
+    std::array<std::string_view, maxDepth> open_{};  // the names of the elements around the position
+    std::size_t depth_ = 0;                          // how many they are
 };
 
 }  // namespace

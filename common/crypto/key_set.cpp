@@ -82,7 +82,9 @@ void SRawKeySetId::Serial(io::binary_stream_tt& stream) const {
 }
 
 void SRawKeySetId::Unserial(io::binary_stream_tt& stream, SRawKeySetId& id) {
-    io::CheckReceived(stream.Read(id.bytes.data(), id.bytes.size()), id.bytes.size());
+    SRawKeySetId read;
+    io::CheckReceived(stream.Read(read.bytes.data(), size), size);
+    id = read;
 }
 
 CKeySetId CKeySetId::CreateNew() {

@@ -1,0 +1,17 @@
+#include "common/options.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(Options, SingleFileMetadataIsOffUntilEnabled) {
+    EXPECT_FALSE(options_t::GetInst().IsSingleFileCloudMetadataEnabled());
+    options_t::GetInst().EnableSingleFileCloudMetadata(true);
+    EXPECT_TRUE(options_t::GetInst().IsSingleFileCloudMetadataEnabled());
+    options_t::GetInst().EnableSingleFileCloudMetadata(false);
+    EXPECT_FALSE(options_t::GetInst().IsSingleFileCloudMetadataEnabled());
+}
+
+TEST(Options, ThereIsOneInstance) { EXPECT_EQ(&options_t::GetInst(), &options_t::GetInst()); }
+
+}  // namespace

@@ -1,0 +1,262 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+
+#include "common/exc.h"
+#include "common/xml.h"
+
+// What comes from the cloud may be damaged or hostile: every such text ends in an exception that says what is wrong.
+
+namespace {
+
+std::string Repeated(std::string_view text, std::size_t count) {
+    std::string all;
+    for (std::size_t i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+/// What reading the text fails with, without "Invalid XML document: "; empty when it is read.
+std::string FailureOf(std::string_view text) {
+    const std::string head = "Invalid XML document: ";
+    try {
+        (void)xml::TiXmlParseExc(text);
+    } catch (const exc::CRuntimeExc& failure) {
+        const std::string what = failure.what();
+        return what.starts_with(head) ? what.substr(head.size()) : "unexpected: " + what;
+    }
+    return "";
+}
+
+TEST(XmlCheck, GoodDocumentsAreRead) {
+    const std::string good[] = {
+        "<a/>",
+        "<a></a>",
+        " \t\r\n<a/>\r\n",
+        "\xEF\xBB\xBF<a/>",
+        "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\" standalone='yes' ?>\n<a/>",
+        "<?xml version='1.0'?><a/>",
+        "<?xml version = '1.0' ?><a/>",
+        "<?xml?><a/>",
+        "<?pi some data?><a><?pi?></a><?pi x='1'?>",
+        "<!-- before --><a><!-- in <b> & --></a><!-- behind -->",
+        "<!----><a/>",
+        "<!-->--><a/>",
+        "<a><![CDATA[<b>&]] >]]></a>",
+        "<a><![CDATA[]]></a>",
+        "<a><![CDATA[]]]]></a>",
+        "<a >text &lt; &gt; &amp; &quot; &apos; &#65; &#x41; &#x10FFFF;</a >",
+        "<a b=\"1\"\n c = '2'\td='\"' e=\">\"/>",
+        "<a_1-.:x ü='1'/>",
+        "<a>]]></a>",
+        "<a><b><b/></b><b/></a>",
+    };
+    for (const std::string& text : good) {
+        EXPECT_EQ("", FailureOf(text)) << text;
+    }
+}
+
+TEST(XmlCheck, NoDocumentAtAll) {
+    EXPECT_EQ("no root element at byte 0", FailureOf(""));
+    EXPECT_EQ("no root element at byte 0", FailureOf({}));
+    EXPECT_EQ("no root element at byte 3", FailureOf(" \n\t"));
+    EXPECT_EQ("no root element at byte 3", FailureOf("\xEF\xBB\xBF"));
+    EXPECT_EQ("text before the root element at byte 0", FailureOf("text"));
+    EXPECT_EQ("text before the root element at byte 0", FailureOf("{\"json\": 1}"));
+    EXPECT_EQ("no name where one should be at byte 1", FailureOf("</a>"));
+    EXPECT_EQ("no name where one should be at byte 1", FailureOf("<![CDATA[x]]>"));
+    EXPECT_EQ("no root element at byte 8", FailureOf("<!-- -->"));
+}
+
+TEST(XmlCheck, ADocumentCutInItsPrologIsNotAnEmptyOne) {
+    EXPECT_EQ("cut off at byte 1", FailureOf("<"));
+    EXPECT_EQ("cut off at byte 2", FailureOf("<?"));
+    EXPECT_EQ("cut off at byte 5", FailureOf("<?xml"));
+    EXPECT_EQ("cut off at byte 6", FailureOf("<?xml "));
+    EXPECT_EQ("cut off at byte 13", FailureOf("<?xml version"));
+    EXPECT_EQ("cut off at byte 14", FailureOf("<?xml version="));
+    EXPECT_EQ("cut off at byte 18", FailureOf("<?xml version=\"1.0"));
+    EXPECT_EQ("cut off at byte 19", FailureOf("<?xml version=\"1.0\""));
+    EXPECT_EQ("no root element at byte 22", FailureOf("<?xml version=\"1.0\" ?>"));
+    EXPECT_EQ("a part that does not end at byte 4", FailureOf("<!--"));
+    EXPECT_EQ("a part that does not end at byte 4", FailureOf("<!-- x --"));
+    EXPECT_EQ("a part that does not end at byte 4", FailureOf("<?pi data"));
+}
+
+TEST(XmlCheck, ADocumentCutAtAnyByteIsRefused) {
+    const std::string text =
+        "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!-- c --><?pi x?>\n<Root A=\"1\" B='&amp;ü&#x41;'>\n"
+        "  <Child C=\"3\"/>text &lt; <![CDATA[ x ]]><!-- y --><?pi y?>\n  <Other>№</Other>\n</Root>";
+    ASSERT_EQ("", FailureOf(text));
+    for (std::size_t size = 0; size < text.size(); ++size) {
+        EXPECT_NE("", FailureOf(text.substr(0, size))) << size;
+    }
+}
+
+TEST(XmlCheck, DeepNestingIsRefused) {
+    EXPECT_EQ("", FailureOf(Repeated("<a>", 32) + Repeated("</a>", 32)));
+    EXPECT_EQ("", FailureOf(Repeated("<a>", 31) + "<a/>" + Repeated("</a>", 31)));
+    EXPECT_EQ("elements nested too deep at byte 97", FailureOf(Repeated("<a>", 33) + Repeated("</a>", 33)));
+    EXPECT_EQ("elements nested too deep at byte 97", FailureOf(Repeated("<a>", 32) + "<a/>" + Repeated("</a>", 32)));
+    EXPECT_EQ("elements nested too deep at byte 97", FailureOf(Repeated("<a>", 40000) + Repeated("</a>", 40000)));
+    EXPECT_EQ("elements nested too deep at byte 97", FailureOf(Repeated("<a>", 40000)));
+}
+
+std::string WithAttributes(std::size_t count) {
+    std::string text = "<a";
+    for (std::size_t i = 0; i < count; ++i) {
+        text += " a" + std::to_string(i) + "='1'";
+    }
+    return text + "/>";
+}
+
+TEST(XmlCheck, ManyAttributesAreRefused) {
+    EXPECT_EQ("", FailureOf(WithAttributes(64)));
+    EXPECT_TRUE(FailureOf(WithAttributes(65)).starts_with("too many attributes in one element at byte"));
+    EXPECT_TRUE(FailureOf(WithAttributes(100000)).starts_with("too many attributes in one element at byte"));
+    EXPECT_EQ("too many attributes in one element at byte 515",
+              FailureOf("<a" + Repeated(" a='100'", 64) + " a='1'/>").substr(0, 46))
+        << "counted before doubles are looked for";
+}
+
+TEST(XmlCheck, AnAttributeThatStandsTwiceIsRefused) {
+    EXPECT_EQ("Error parsing Element. (line 1, column 10)", FailureOf("<a b='1' b='2'/>"));
+}
+
+TEST(XmlCheck, NulBytesAreRefused) {
+    using namespace std::string_literals;
+    EXPECT_EQ("a NUL byte at byte 0", FailureOf("\0"s));
+    EXPECT_EQ("a NUL byte at byte 4", FailureOf("<a/>\0"s));
+    EXPECT_EQ("a NUL byte at byte 7", FailureOf("<a b='x\0y'/>"s));
+    EXPECT_EQ("a NUL byte at byte 20", FailureOf("<?xml version=\"1.0\" \0?><a/>"s));
+    EXPECT_EQ("a NUL byte at byte 5", FailureOf("<!-- \0 --><a/>"s));
+}
+
+TEST(XmlCheck, ReferencesToNulAndToNoCharacterAreRefused) {
+    for (const std::string reference :
+         {"&#0;",   "&#00;", "&#x0;",  "&#x000;", "&#xD800;",    "&#xDFFF;",   "&#x110000;", "&#1114112;",
+          "&#;",    "&#x;",  "&#X41;", "&#xG;",   "&#4A;",       "&#-1;",      "&# 65;",     "&#x41 ;",
+          "&nbsp;", "&;",    "&AMP;",  "& ;",     "&#99999999;", "&#xFFFFFFF;"}) {
+        EXPECT_EQ("an unknown or invalid reference at byte 7", FailureOf("<a b='x" + reference + "'/>")) << reference;
+        EXPECT_EQ("an unknown or invalid reference at byte 3", FailureOf("<a>" + reference + "</a>")) << reference;
+    }
+    for (const std::string reference : {"&", "&amp", "&#65", "&#0000000065;", "&thisisnotanentity;", "& b"}) {
+        EXPECT_EQ("a reference without an end at byte 6", FailureOf("<a b='" + reference + "'/>")) << reference;
+        EXPECT_EQ("a reference without an end at byte 3", FailureOf("<a>" + reference + "</a>")) << reference;
+    }
+}
+
+TEST(XmlCheck, InvalidUtf8IsRefused) {
+    for (const std::string bytes :
+         {"\x80", "\xC0\x80", "\xC3", "\xE0\x80\x80", "\xED\xA0\x80", "\xF5\x80\x80\x80", "\xFF"}) {
+        EXPECT_EQ("invalid UTF-8 at byte 6", FailureOf("<a b='" + bytes + "'/>"));
+        EXPECT_EQ("invalid UTF-8 at byte 3", FailureOf("<a>" + bytes + "</a>"));
+        EXPECT_EQ("invalid UTF-8 at byte 1", FailureOf("<" + bytes + "/>"));
+        EXPECT_EQ("invalid UTF-8 at byte 4", FailureOf("<!--" + bytes + "--><a/>"));
+    }
+    EXPECT_EQ("invalid UTF-8 at byte 0", FailureOf("\xFF\xFE<\0a\0/\0>\0")) << "no other encoding";
+}
+
+TEST(XmlCheck, WhatIsLeftOverBehindTheRootIsRefused) {
+    EXPECT_EQ("text after the root element at byte 4", FailureOf("<a/>x"));
+    EXPECT_EQ("text after the root element at byte 5", FailureOf("<a/> <b/>"));
+    EXPECT_EQ("text after the root element at byte 7", FailureOf("<a></a></a>"));
+    EXPECT_EQ("text after the root element at byte 4", FailureOf("<a/><![CDATA[x]]>"));
+    EXPECT_EQ("text after the root element at byte 4", FailureOf("<a/>\xEF\xBB\xBF"));
+    EXPECT_EQ("a part that does not end at byte 8", FailureOf("<a/><!-- cut"));
+    EXPECT_EQ("a declaration that is not at the beginning at byte 9", FailureOf("<a/><?xml version='1.0'?>"));
+}
+
+TEST(XmlCheck, DocumentTypesAreRefused) {
+    EXPECT_EQ("no name where one should be at byte 1", FailureOf("<!DOCTYPE a><a/>"));
+    EXPECT_EQ("no name where one should be at byte 22",
+              FailureOf("<?xml version='1.0'?><!DOCTYPE a [<!ENTITY b 'c'>]><a/>"));
+    EXPECT_EQ("no name where one should be at byte 4", FailureOf("<a><!DOCTYPE a></a>"));
+    EXPECT_EQ("no name where one should be at byte 1", FailureOf("<!ELEMENT a><a/>"));
+}
+
+TEST(XmlCheck, CommentsAndCharacterDataThatDoNotEnd) {
+    EXPECT_EQ("no name where one should be at byte 4", FailureOf("<a><!-x--></a>"));
+    EXPECT_EQ("a part that does not end at byte 7", FailureOf("<a><!-- x -- ></a>"));
+    EXPECT_EQ("a part that does not end at byte 7", FailureOf("<a><!--></a>"));
+    EXPECT_EQ("a part that does not end at byte 12", FailureOf("<a><![CDATA[ x ]] ></a>"));
+    EXPECT_EQ("no name where one should be at byte 4", FailureOf("<a><![cdata[x]]></a>"));
+    EXPECT_EQ("no name where one should be at byte 4", FailureOf("<a><![CDATA x]]></a>"));
+    EXPECT_EQ("a part that does not end at byte 4", FailureOf("<!--" + Repeated("<!--", 1000)));
+}
+
+TEST(XmlCheck, DeclarationsThatTinyXmlWouldReadOtherwise) {
+    const std::pair<std::string, std::string> refused[] = {
+        {"<?xml version?><a/>", "an attribute without a value at byte 13"},
+        {"<?xml version=?><a/>", "an attribute value without quotes at byte 14"},
+        {"<?xml version=1.0?><a/>", "an attribute value without quotes at byte 14"},
+        {"<?xml version='1\"0'?><a/>", "a malformed declaration at byte 16"},
+        {"<?xml version='1.0'encoding='UTF-8'?><a/>", "a malformed declaration at byte 19"},
+        {"<?xml versions='1.0'?><a/>", "an attribute without a value at byte 13"},
+        {"<?xml a='>' ?><a/>", "a malformed declaration at byte 6"},
+        {"<?xml > ?><a/>", "a malformed declaration at byte 6"},
+        {"<?xmlversion='1.0'?><a/>", "a malformed declaration at byte 5"},
+        {"<?xml-stylesheet href='a'?><a/>", "a malformed declaration at byte 5"},
+        {"<?XML version='1.0'?><a/>", "a declaration that is not at the beginning at byte 5"},
+        {"<!-- --><?xml version='1.0'?><a/>", "a declaration that is not at the beginning at byte 13"},
+        {"<a><?xml encoding b?><b/></a>", "a declaration that is not at the beginning at byte 8"},
+        {"<?pi > ?><a/>", "a '>' inside a processing instruction at byte 6"},
+        {"<a><?pi > ?></a>", "a '>' inside a processing instruction at byte 9"},
+        {"<? pi?><a/>", "no name where one should be at byte 2"},
+        {"<?"
+         "?><a/>",
+         "no name where one should be at byte 2"},
+    };
+    for (const auto& [text, failure] : refused) {
+        EXPECT_EQ(failure, FailureOf(text)) << text;
+    }
+    EXPECT_TRUE(FailureOf("<?xml" + Repeated(" version='1.0'", 65) + "?><a/>").starts_with("a malformed declaration"));
+}
+
+TEST(XmlCheck, MalformedElements) {
+    const std::pair<std::string, std::string> refused[] = {
+        {"< a/>", "no name where one should be at byte 1"},
+        {"<1/>", "no name where one should be at byte 1"},
+        {"<-a/>", "no name where one should be at byte 1"},
+        {"<:a/>", "no name where one should be at byte 1"},
+        {"<>", "no name where one should be at byte 1"},
+        {"<a", "cut off at byte 2"},
+        {"<a ", "cut off at byte 3"},
+        {"<a/", "a malformed tag at byte 2"},
+        {"<a/ >", "a malformed tag at byte 2"},
+        {"<a\v/>", "a malformed tag at byte 2"},
+        {"<a\x7F/>", "a malformed tag at byte 2"},
+        {"<a b='1'c='2'/>", "a malformed tag at byte 8"},
+        {"<a b/>", "an attribute without a value at byte 4"},
+        {"<a b", "cut off at byte 4"},
+        {"<a b=", "cut off at byte 5"},
+        {"<a b=/>", "an attribute value without quotes at byte 5"},
+        {"<a b=1/>", "an attribute value without quotes at byte 5"},
+        {"<a b='1/>", "cut off at byte 9"},
+        {"<a b='<'/>", "a '<' inside a value at byte 6"},
+        {"<a ='1'/>", "no name where one should be at byte 3"},
+        {"<a \xEF\xBB\xBF"
+         "b='1'/>",
+         "no name where one should be at byte 3"},
+        {"<\xEF\xBF\xBE/>", "no name where one should be at byte 1"},
+        {"<a \xEF\xBF\xBF='1'/>", "no name where one should be at byte 3"},
+        {"<a><b></a></b>", "an end tag that does not match at byte 8"},
+        {"<a></aa>", "an end tag that does not match at byte 5"},
+        {"<aa></a>", "an end tag that does not match at byte 6"},
+        {"<a></A>", "an end tag that does not match at byte 5"},
+        {"<a></ a>", "no name where one should be at byte 5"},
+        {"<a></a b='1'>", "a malformed end tag at byte 7"},
+        {"<a></a", "cut off at byte 6"},
+        {"<a></", "cut off at byte 5"},
+        {"<a>", "cut off at byte 3"},
+        {"<a>text", "cut off at byte 7"},
+        {"<a><b/>", "cut off at byte 7"},
+    };
+    for (const auto& [text, failure] : refused) {
+        EXPECT_EQ(failure, FailureOf(text)) << text;
+    }
+}
+
+}  // namespace
