@@ -1,0 +1,102 @@
+#include "clients/directory/WorkerPool.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <stdexcept>
+
+namespace {
+
+using clients::directory::CWorkerPool;
+
+TEST(WorkerPool, RunsAsManyJobsAtOnceAsItHasThreads) {
+    constexpr std::size_t threads = 4;
+    CWorkerPool pool(threads);
+    EXPECT_EQ(pool.GetThreadCount(), threads);
+    // Every job waits until all have begun: with fewer threads this would never end.
+    std::mutex mutex;
+    std::condition_variable all;
+    std::size_t begun = 0;
+    std::vector<task::task_ptr> tasks;
+    for (std::size_t i = 0; i < threads; ++i) {
+        tasks.push_back(pool.Submit([&] {
+            std::unique_lock lock(mutex);
+            ++begun;
+            all.notify_all();
+            all.wait(lock, [&] { return begun == threads; });
+        }));
+    }
+    task::CreateTaskUtils()->WaitAll(tasks);
+    EXPECT_EQ(begun, threads);
+}
+
+TEST(WorkerPool, HasAtLeastOneThread) {
+    CWorkerPool pool(0);
+    EXPECT_EQ(pool.GetThreadCount(), 1U);
+    bool done = false;
+    pool.Submit([&] { done = true; })->Wait();
+    EXPECT_TRUE(done);
+}
+
+TEST(WorkerPool, OneThreadKeepsTheOrder) {
+    std::vector<int> order;
+    {
+        CWorkerPool pool(1);
+        for (int i = 0; i < 100; ++i) {
+            static_cast<void>(pool.Submit([&order, i] { order.push_back(i); }));
+        }
+    }
+    ASSERT_EQ(order.size(), 100U);
+    EXPECT_TRUE(std::ranges::is_sorted(order));
+}
+
+TEST(WorkerPool, DestructorRunsWhatIsQueuedBehindARunningJob) {
+    std::promise<void> gate;
+    std::atomic<int> done = 0;
+    auto pool = std::make_unique<CWorkerPool>(2);
+    for (int i = 0; i < 2; ++i) {
+        static_cast<void>(pool->Submit([&, open = gate.get_future().share(), i]() mutable {
+            open.wait();
+            ++done;
+        }));
+        if (i == 0) {
+            gate.set_value();
+            gate = std::promise<void>();
+        }
+    }
+    for (int i = 0; i < 50; ++i) {
+        static_cast<void>(pool->Submit([&] { ++done; }));
+    }
+    std::thread opener([&] { gate.set_value(); });
+    pool.reset();
+    opener.join();
+    EXPECT_EQ(done, 52);
+}
+
+TEST(WorkerPool, FailureReachesTheTaskAndNobodyElse) {
+    CWorkerPool pool(1);
+    const auto failing = pool.Submit([] { throw std::runtime_error("job failed"); });
+    const auto next = pool.Submit([] {});
+    for (int i = 0; i < 2; ++i) {
+        try {
+            failing->Wait();
+            FAIL() << "no failure";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_STREQ(failure.what(), "job failed");
+        }
+    }
+    EXPECT_NO_THROW(next->Wait());
+}
+
+TEST(WorkerPool, LetsGoOfWhatTheJobHeldBeforeTheTaskIsDone) {
+    CWorkerPool pool(2);
+    for (int i = 0; i < 200; ++i) {
+        auto held = std::make_shared<int>(i);
+        pool.Submit([held] { static_cast<void>(*held); })->Wait();
+        ASSERT_EQ(held.use_count(), 1);
+    }
+}
+
+}  // namespace

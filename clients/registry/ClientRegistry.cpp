@@ -1,0 +1,82 @@
+#include "clients/registry/ClientRegistry.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+
+#include "clients/directory/DirectoryClient.h"
+#include "cloudclientlib/CloudExc.h"
+
+namespace clients {
+
+using cloudclientlib::CCloudExc;
+using cloudclientlib::EFailure;
+using cloudclientlib::ICloudClient;
+
+namespace {
+
+using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELocation mode);
+
+constexpr const char* directoryScheme = "dir";
+
+[[noreturn]] void Refuse(const std::string& shown, std::string reason) {
+    throw CCloudExc({EFailure::other, false, "OpenLocation", shown, std::move(reason)});
+}
+
+std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode) {
+    if (rest.empty()) {
+        Refuse("dir:", "the folder's path is missing");
+    }
+    return std::make_shared<CDirectoryClient>(
+        rest, mode == ELocation::createMissing ? ERoot::createMissing : ERoot::existing);
+}
+
+/// Every scheme that a location may have; a further client is a further line.
+const std::map<std::string, opener_t, std::less<>>& Openers() {
+    static const std::map<std::string, opener_t, std::less<>> openers{{directoryScheme, &OpenDirectory}};
+    return openers;
+}
+
+bool IsSchemeCharacter(char c) {
+    const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    const bool isDigit = c >= '0' && c <= '9';
+    return isLetter || isDigit || c == '+' || c == '-' || c == '.' || c == '_';
+}
+
+/// What stands before the first colon, when it can be a scheme; else empty, and the location is a plain path.
+std::string SchemeOf(const std::string& location) {
+    const auto colon = location.find(':');
+    if (colon == std::string::npos) {
+        return {};
+    }
+    auto scheme = location.substr(0, colon);
+    return std::ranges::all_of(scheme, IsSchemeCharacter) ? scheme : std::string();
+}
+
+std::string KnownSchemes() {
+    std::string known;
+    for (const auto& [scheme, opener] : Openers()) {
+        known += (known.empty() ? "'" : ", '") + scheme + ":'";
+    }
+    return known;
+}
+
+}  // namespace
+
+std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode) {
+    if (location.empty()) {
+        Refuse(location, "the location is empty");
+    }
+    const auto scheme = SchemeOf(location);
+    if (scheme.empty()) {
+        return OpenDirectory(location, mode);
+    }
+    const auto opener = Openers().find(scheme);
+    if (opener == Openers().end()) {
+        Refuse(scheme + ":", "unknown kind of location; known are " + KnownSchemes() +
+                                 " and plain paths (a path with a colon is written 'dir:PATH')");
+    }
+    return opener->second(location.substr(scheme.size() + 1), mode);
+}
+
+}  // namespace clients
