@@ -1,5 +1,7 @@
 #pragma once
 
+#include <exception>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -46,6 +48,9 @@ class CB_EXPORT CCloudBackup {
 public:
     using client_ptr = std::shared_ptr<cloudclientlib::ICloudClient>;
     using checkpoint_ptr = std::shared_ptr<checkpoint::CCloudCheckpoint>;
+    /// Takes one checkpoint of several: itself, or the failure that kept it from being read.
+    using load_handler_t =
+        std::function<void(unsigned long id, const checkpoint_ptr& checkpoint, const std::exception_ptr& failure)>;
 
     CCloudBackup(const std::string& backupId, const checkpoint::COwnerDescriptor& owner, const guid::guid_t& guid,
                  client_ptr backupClient, client_ptr archiveBlobsClient, unsigned long lastCheckpointId,
@@ -95,6 +100,9 @@ public:
     /// Reads a checkpoint, from its long-term copy when the regular one is gone. Id 0 is the empty checkpoint.
     [[nodiscard]] checkpoint_ptr LoadCheckpoint(unsigned long id) const;
     [[nodiscard]] checkpoint_ptr LoadCheckpointImpl(unsigned long id, checkpoint::DxrContentFeature feature) const;
+    /// Loads several as LoadCheckpoint does, with as many downloads in flight as the client allows, and hands each on
+    /// in the order given. A failure of `take` ends the call and passes through.
+    void LoadCheckpoints(const std::vector<unsigned long>& ids, const load_handler_t& take) const;
     [[nodiscard]] static std::set<unsigned long> EnumCheckpoints(const std::string& backupId, client_ptr client,
                                                                  CheckpointFilter filter);
     [[nodiscard]] std::set<unsigned long> EnumCheckpointsImpl(CheckpointFilter filter) const;

@@ -94,6 +94,11 @@ public:
                                  unsigned long localVersion);
 
 private:
+    /// With the cache suspended.
+    [[nodiscard]] SCheckpointCreationParams CollectChanges(const std::string& dxrContent,
+                                                           const std::string& dxrContentLongTerm);
+    [[nodiscard]] SChangedStorage LoadChangedStorage(const guid::guid_t& storageId) const;
+
     std::map<guid::guid_t, checkpoint::CCloudStorageDescriptor> storages_;
     std::map<guid::guid_t, bool> longTermBlobs_;
     std::shared_ptr<checkpoint::CCloudCheckpoint> checkpoint_;

@@ -91,6 +91,17 @@ public:
     void DeleteBackups(const guid::guid_t& clientId, client_ptr backupClient);
 
 private:
+    /// What is found in the folder of client data.
+    struct SClients {
+        std::vector<SCloudRepoIdentity> readable;
+        std::size_t unreadableFolders = 0;
+    };
+
+    /// Empty when the repository was opened for no client.
+    [[nodiscard]] guid::guid_t GetOwnClientId() const;
+    [[nodiscard]] SClients ListClients() const;
+    [[nodiscard]] std::size_t CountOtherClients(const guid::guid_t& clientId) const;
+
     const restricted_ptr primaryClient_;
     const restricted_ptr archiveBlobsClient_;
     const SCloudRepositoryInfo info_;

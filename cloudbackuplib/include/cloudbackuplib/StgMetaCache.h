@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "cloudbackuplib/MetaLocationDescr.h"
 #include "common/cnt.h"
@@ -23,6 +24,15 @@ namespace cloudbackuplib::backup::cache {
 /// weakly). Throws exc::CRuntimeExc and is unchanged when an operation is refused; file and extent errors pass through.
 class CB_EXPORT CStgMetaCache {
 public:
+    /// The layout as the writer's last report gave it. `MetaParts` of the record keeps the first report of each part;
+    /// where a writer has moved or resized parts since, this one says how the metadata lies now.
+    struct SReportedLayout {
+        parts_map_t MetaParts;
+        unsigned long HeaderSize = 0;
+        /// A part was reported with another size than at first.
+        bool Resized = false;
+    };
+
     struct SCachedStorageRec {
         std::string LocalPath;
         unsigned long Version = 0;
@@ -30,6 +40,7 @@ public:
         parts_map_t UpdatedParts;
         parts_map_t MetaParts;
         unsigned long HeaderSize = 0;
+        SReportedLayout Reported;
     };
 
     /// What is known of a storage's parts, at one moment.
@@ -54,10 +65,16 @@ public:
     /// The storages changed since the last checkpoint, with their versions.
     [[nodiscard]] std::map<guid::guid_t, unsigned long> EnumUpdates() const;
     [[nodiscard]] SMetaDataDescriptor GetMetadataDescriptor(const guid::guid_t& storageId) const;
+    [[nodiscard]] SReportedLayout GetReportedLayout(const guid::guid_t& storageId) const;
+    /// Registers a storage anew under another path, in one step: no report of a writer can fall in between. With
+    /// `keepUpdates` it stays changed, with its parts, and is read from the file until the writer's next report. False,
+    /// and nothing done, when the storage is not registered with that version (any more).
+    bool Relocate(const guid::guid_t& storageId, unsigned long version, const std::string& localPath, bool keepUpdates);
 
     /// The whole metadata, through the writer's extent while it lives, else from the local file. Suspended only.
     [[nodiscard]] std::shared_ptr<cnt::array_t<char>> Load(const guid::guid_t& storageId) const;
-    /// Reads the bytes of every given part; returns the size of the whole metadata. Suspended only.
+    /// Reads the bytes of every given part; returns the size of the whole metadata. Suspended only. A part that is not
+    /// wholly there is refused before memory is taken for it.
     unsigned long LoadParts(const guid::guid_t& storageId, parts_map_t& parts) const;
 
     void SuspendForCheckpoint();
@@ -75,6 +92,9 @@ private:
     unsigned long LoadPartsFromFile(const std::string& path, parts_map_t& parts) const;
     unsigned long LoadPartsFromExtent(std::shared_ptr<io::stg::IStgExtent> extent, parts_map_t& parts) const;
 
+    /// Throws exc::CRuntimeExc with `notFound`, filled with the id, when there is no record.
+    [[nodiscard]] const SCachedStorageRec& GetRecordLocked(const guid::guid_t& storageId,
+                                                           std::string_view notFound) const;
     void CheckSuspendedLocked() const;
     void CheckNotSuspendedLocked() const;
 
