@@ -54,6 +54,9 @@ struct SEntry {
     STime mtime;
     /// When the inode last changed: with size, mtime and inode it tells an unchanged file.
     STime ctime;
+    /// When the inode was made; zero where the file system does not say. With the inode it tells a file that was moved
+    /// from one that got a freed inode.
+    STime btime;
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
     /// Bytes, holes included; files only.

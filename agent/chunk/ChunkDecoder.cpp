@@ -1,0 +1,95 @@
+#include "agent/chunk/ChunkDecoder.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/chunk/Sizes.h"
+#include "common/exc.h"
+
+namespace agent {
+
+namespace {
+
+std::size_t SlotCount(std::size_t threads) { return std::clamp<std::size_t>(4 * threads, 4, 16); }
+
+std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& source) {
+    const std::span<const char> bytes(*source.bytes);
+    const std::uint64_t offset = chunk.blockOffset - source.range.offset;
+    if (bytes.size() < offset + chunk.storedSize) {
+        throw exc::CRuntimeExc("the object ends at byte %1 instead of %2 or later", source.range.offset + bytes.size(),
+                               std::uint64_t{chunk.blockOffset} + chunk.storedSize);
+    }
+    return bytes.subspan(offset, chunk.storedSize);
+}
+
+}  // namespace
+
+CChunkDecoder::CChunkDecoder(std::size_t threads)
+    : decompressors_(threads), slots_(SlotCount(threads)), workers_(threads) {}
+
+void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr source) {
+    SDecodeSlot& slot = NextSlot(chunk);
+    slot.source = std::move(source);
+    if (!slot.plain) {
+        slot.plain = std::make_unique_for_overwrite<char[]>(maxChunkSize);
+    }
+    slot.done = workers_.Submit([this, &slot](std::size_t worker) {
+        try {
+            Decode(slot, worker);
+        } catch (...) {
+            slot.failure = std::current_exception();
+        }
+    });
+    ++tail_;
+}
+
+void CChunkDecoder::SubmitFailed(const SChunk& chunk, std::exception_ptr failure) {
+    NextSlot(chunk).failure = std::move(failure);
+    ++tail_;
+}
+
+SDecodeSlot& CChunkDecoder::NextSlot(const SChunk& chunk) {
+    SDecodeSlot& slot = slots_[tail_ % slots_.size()];
+    slot.chunk = &chunk;
+    slot.failure = nullptr;
+    slot.done = nullptr;
+    return slot;
+}
+
+void CChunkDecoder::Decode(SDecodeSlot& slot, std::size_t worker) {
+    const SChunk& chunk = *slot.chunk;
+    const std::span<const char> stored = StoredBytes(chunk, *slot.source);
+    DecompressorOf(worker).Decompress({chunk.codec, stored}, {slot.plain.get(), chunk.plainSize});
+    if (digest::Sha256(slot.Plain()) != chunk.sha256) {
+        throw exc::CRuntimeExc("its content does not have the SHA-256 %1", chunk.sha256);
+    }
+}
+
+CChunkDecompressor& CChunkDecoder::DecompressorOf(std::size_t worker) {
+    std::optional<CChunkDecompressor>& decompressor = decompressors_[worker];
+    if (!decompressor) {
+        decompressor.emplace();
+    }
+    return *decompressor;
+}
+
+SDecodeSlot& CChunkDecoder::WaitFront() {
+    SDecodeSlot& slot = slots_[head_ % slots_.size()];
+    if (slot.done) {
+        slot.done->Wait();
+    }
+    return slot;
+}
+
+void CChunkDecoder::PopFront() {
+    slots_[head_ % slots_.size()].source = nullptr;
+    ++head_;
+}
+
+void CChunkDecoder::Clear() noexcept {
+    for (; !IsEmpty(); PopFront()) {
+        static_cast<void>(WaitFront());
+    }
+}
+
+}  // namespace agent

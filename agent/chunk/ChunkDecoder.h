@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "agent/chunk/ChunkCodec.h"
+#include "agent/chunk/RangeDownloads.h"
+#include "agent/chunk/WorkerPool.h"
+
+namespace agent {
+
+/// A wanted chunk on its way to the sink.
+struct SDecodeSlot {
+    const SChunk* chunk = nullptr;
+    CRangeDownloads::range_ptr source;
+    std::unique_ptr<char[]> plain;
+    /// Why there are no plain bytes.
+    std::exception_ptr failure;
+    task::task_ptr done;
+
+    [[nodiscard]] std::span<const char> Plain() const { return {plain.get(), chunk->plainSize}; }
+};
+
+/// Restores and checks chunks on worker threads and gives them back in the order in which they came.
+///
+/// A ring of slots: the caller submits while it is not full and takes the oldest back. Called from one thread. Failures
+/// are in the slots: an exc::CRuntimeExc for bytes that are not the chunk's. The destructor waits for what is at work.
+class CChunkDecoder {
+public:
+    explicit CChunkDecoder(std::size_t threads);
+
+    [[nodiscard]] bool IsFull() const { return tail_ - head_ == slots_.size(); }
+    [[nodiscard]] bool IsEmpty() const { return tail_ == head_; }
+    /// A sound chunk (FindChunkFault), and the range that holds it.
+    void Submit(const SChunk& chunk, CRangeDownloads::range_ptr source);
+    /// A chunk that needs no work, since it cannot be had.
+    void SubmitFailed(const SChunk& chunk, std::exception_ptr failure);
+    /// Waits for the oldest.
+    [[nodiscard]] SDecodeSlot& WaitFront();
+    void PopFront();
+    /// Waits for everything at work, and forgets it.
+    void Clear() noexcept;
+
+private:
+    SDecodeSlot& NextSlot(const SChunk& chunk);
+    void Decode(SDecodeSlot& slot, std::size_t worker);
+    CChunkDecompressor& DecompressorOf(std::size_t worker);
+
+    std::vector<std::optional<CChunkDecompressor>> decompressors_;  // each one its worker's
+    std::vector<SDecodeSlot> slots_;  // from head_ to tail_ the workers', the others the caller's
+    std::size_t head_ = 0;            // the caller's
+    std::size_t tail_ = 0;            // the caller's
+
+    CWorkerPool workers_;  // last: gone before what its jobs use
+};
+
+}  // namespace agent

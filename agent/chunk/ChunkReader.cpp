@@ -1,0 +1,81 @@
+#include "agent/chunk/ChunkReader.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "agent/chunk/ChunkCheck.h"
+#include "agent/chunk/RangeDownloads.h"
+#include "common/exc.h"
+
+namespace agent {
+
+namespace {
+
+constexpr std::size_t mostDownloads = 8;
+
+std::size_t DownloadLimit(cloudclientlib::ICloudClient& client) {
+    return std::clamp<std::size_t>(client.GetConcurrentTaskLimit(), 1, mostDownloads);
+}
+
+std::exception_ptr MakeFault(const std::string& fault) { return std::make_exception_ptr(exc::CRuntimeExc(fault)); }
+
+}  // namespace
+
+CChunkReader::CChunkReader(SChunkSource source, unsigned threads)
+    : source_(std::move(source)), decoder_(ThreadCount(threads)) {}
+
+void CChunkReader::Read(std::span<const SChunk> wanted, IChunkSink& sink) {
+    CRangeDownloads downloads(source_, wanted, DownloadLimit(*source_.client));
+    std::size_t submitted = 0;
+    try {
+        for (std::size_t index = 0; index < wanted.size(); ++index) {
+            while (submitted < wanted.size() && !decoder_.IsFull()) {
+                Submit(wanted, submitted++, downloads);
+            }
+            Deliver(wanted, index, sink);
+        }
+    } catch (...) {
+        decoder_.Clear();
+        throw;
+    }
+}
+
+void CChunkReader::Submit(std::span<const SChunk> wanted, std::size_t index, CRangeDownloads& downloads) {
+    const SChunk& chunk = wanted[index];
+    if (const std::string fault = FindChunkFault(chunk, source_.blocks); !fault.empty()) {
+        decoder_.SubmitFailed(chunk, MakeFault(fault));
+        return;
+    }
+    const CRangeDownloads::range_ptr range = downloads.Wait(index);
+    if (range->failure) {
+        decoder_.SubmitFailed(chunk, range->failure);
+    } else {
+        decoder_.Submit(chunk, range);
+    }
+}
+
+void CChunkReader::Deliver(std::span<const SChunk> wanted, std::size_t index, IChunkSink& sink) {
+    const SDecodeSlot& slot = decoder_.WaitFront();
+    if (!slot.failure) {
+        sink.OnChunk(index, slot.Plain());
+    } else {
+        try {
+            try {
+                std::rethrow_exception(slot.failure);
+            } catch (const std::exception& cause) {
+                exc::RegenTraceWithMessage(cause, Describe(wanted[index]));
+            }
+        } catch (const exc::CRuntimeExc& reason) {
+            sink.OnDamagedChunk(index, reason);
+        }
+    }
+    decoder_.PopFront();
+}
+
+std::string CChunkReader::Describe(const SChunk& chunk) const {
+    const std::string block = chunk.block < source_.blocks.size() ? "'" + GetBlockPath(source_, chunk.block) + "'"
+                                                                  : std::to_string(chunk.block);
+    return exc::Format("The chunk at byte %1 of block %2 is damaged", chunk.blockOffset, block);
+}
+
+}  // namespace agent

@@ -1,0 +1,141 @@
+#include "agent/fs/SourceItem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace agent {
+
+namespace {
+
+// No entry type: what is not kept.
+constexpr EEntryType noType{};
+
+EEntryType TypeOf(unsigned mode) {
+    switch (mode & S_IFMT) {
+        case S_IFDIR:
+            return EEntryType::directory;
+        case S_IFREG:
+            return EEntryType::file;
+        case S_IFLNK:
+            return EEntryType::symlink;
+        case S_IFIFO:
+            return EEntryType::fifo;
+        case S_IFCHR:
+            return EEntryType::charDevice;
+        case S_IFBLK:
+            return EEntryType::blockDevice;
+        default:
+            return noType;
+    }
+}
+
+STime ToTime(const struct statx_timestamp& time) { return {time.tv_sec, time.tv_nsec}; }
+
+/// A path that names the item itself through its folder's descriptor: the xattr calls know no "at" variants.
+std::string ProcPath(const SSourceItem& item) {
+    return "/proc/self/fd/" + std::to_string(item.parentFd) + (item.name == "." ? "" : "/" + item.name);
+}
+
+/// Asks again with a larger buffer while the answer grows.
+template <class Call>
+std::string ReadGrowing(const SSourceItem& item, const char* operation, const Call& call) {
+    std::string buffer(1024, '\0');
+    for (;;) {
+        const ssize_t length = call(buffer.data(), buffer.size());
+        if (length >= 0 && static_cast<std::size_t>(length) < buffer.size()) {
+            buffer.resize(static_cast<std::size_t>(length));
+            return buffer;
+        }
+        if (length < 0 && errno != ERANGE) {
+            throw posix::CPosixExc(operation, item.path, errno);
+        }
+        buffer.resize(buffer.size() * 4);
+    }
+}
+
+}  // namespace
+
+SSourceItem StatItem(int parentFd, const std::string& name, const std::string& path) {
+    struct statx info {};
+    if (::statx(parentFd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME,
+                &info) != 0) {
+        throw posix::CPosixExc("look at", path, errno);
+    }
+    SSourceItem item{path, parentFd, name, {}, info.stx_nlink};
+    SEntry& entry = item.entry;
+    entry.type = TypeOf(info.stx_mode);
+    entry.mode = info.stx_mode & 07777U;
+    entry.uid = info.stx_uid;
+    entry.gid = info.stx_gid;
+    entry.mtime = ToTime(info.stx_mtime);
+    entry.ctime = ToTime(info.stx_ctime);
+    if ((info.stx_mask & STATX_BTIME) != 0) {
+        entry.btime = ToTime(info.stx_btime);
+    }
+    entry.device = makedev(info.stx_dev_major, info.stx_dev_minor);
+    entry.inode = info.stx_ino;
+    if (entry.type == EEntryType::file) {
+        entry.size = info.stx_size;
+    }
+    if (entry.type == EEntryType::charDevice || entry.type == EEntryType::blockDevice) {
+        entry.rdev = makedev(info.stx_rdev_major, info.stx_rdev_minor);
+    }
+    return item;
+}
+
+bool IsSocket(const SSourceItem& item) { return item.entry.type == noType; }
+
+bool IsUnchanged(const SEntry& known, const SEntry& now) {
+    return !known.recheck && known.type == now.type && known.size == now.size && known.mtime == now.mtime &&
+           known.ctime == now.ctime && known.inode == now.inode;
+}
+
+posix::posix_file_t OpenItem(const SSourceItem& item) {
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    posix::fd_t fd(::openat(item.parentFd, item.name.c_str(), flags | O_NOATIME));
+    if (!fd && errno == EPERM) {  // only the owner may leave the access time alone
+        fd = posix::fd_t(::openat(item.parentFd, item.name.c_str(), flags));
+    }
+    if (!fd) {
+        throw posix::CPosixExc("open", item.path, errno);
+    }
+    return {std::move(fd), item.path};
+}
+
+std::string ReadLinkTarget(const SSourceItem& item) {
+    return ReadGrowing(item, "read the link", [&](char* buffer, std::size_t size) {
+        return ::readlinkat(item.parentFd, item.name.c_str(), buffer, size);
+    });
+}
+
+std::vector<SXattr> ReadXattrs(const SSourceItem& item) {
+    const std::string path = ProcPath(item);
+    std::vector<SXattr> xattrs;
+    const ssize_t length = ::llistxattr(path.c_str(), nullptr, 0);
+    if (length < 0 && errno != ENOTSUP) {
+        throw posix::CPosixExc("list the extended attributes of", item.path, errno);
+    }
+    if (length <= 0) {
+        return xattrs;
+    }
+    const std::string names = ReadGrowing(item, "list the extended attributes of", [&](char* buffer, std::size_t size) {
+        return ::llistxattr(path.c_str(), buffer, size);
+    });
+    for (std::size_t begin = 0; begin < names.size();) {
+        const std::string name(names.c_str() + begin);
+        begin += name.size() + 1;
+        xattrs.push_back({name, ReadGrowing(item, "read an extended attribute of", [&](char* buffer, std::size_t size) {
+                              return ::lgetxattr(path.c_str(), name.c_str(), buffer, size);
+                          })});
+    }
+    std::sort(xattrs.begin(), xattrs.end(), [](const SXattr& a, const SXattr& b) { return a.name < b.name; });
+    return xattrs;
+}
+
+}  // namespace agent

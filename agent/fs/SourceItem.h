@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "agent/model/Entry.h"
+#include "common/posix.h"
+
+namespace agent {
+
+/// One name met in a source, with what a single statx tells of it.
+struct SSourceItem {
+    /// From the root, elements joined by "/"; empty for the root itself.
+    std::string path;
+    /// Where the item can be opened: its folder and its name in it. The folder is open only while the item is visited.
+    int parentFd = -1;
+    std::string name;
+    /// Without target, extended attributes and content.
+    SEntry entry;
+    /// Names of the inode; more than one makes hard links.
+    std::uint64_t links = 1;
+};
+
+/// Stats a name without following a link. Throws posix::CPosixExc. A socket gives no entry type: see IsSocket.
+[[nodiscard]] SSourceItem StatItem(int parentFd, const std::string& name, const std::string& path);
+
+/// Sockets are a running program's; there is nothing in them to keep.
+[[nodiscard]] bool IsSocket(const SSourceItem& item);
+
+/// True when nothing points at a change of the content since `known` was stored.
+[[nodiscard]] bool IsUnchanged(const SEntry& known, const SEntry& now);
+
+/// Opens a file for reading without following a link, and without touching its access time where that is allowed.
+[[nodiscard]] posix::posix_file_t OpenItem(const SSourceItem& item);
+
+/// The text of a symbolic link.
+[[nodiscard]] std::string ReadLinkTarget(const SSourceItem& item);
+
+/// The item's extended attributes, sorted by name; none where the file system has none.
+[[nodiscard]] std::vector<SXattr> ReadXattrs(const SSourceItem& item);
+
+}  // namespace agent

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <string>
+
+#include "common/guid.h"
+#include "common/posix.h"
+
+namespace agent {
+
+/// What the agent keeps on this machine: the client's id, and per set a copy of the metadata that is in the cloud.
+/// Losing it costs a download, never data. Failures are exceptions that name the file. For one thread.
+class CLocalState {
+public:
+    /// The folder is made when it is missing.
+    explicit CLocalState(std::string folder);
+
+    /// Where it lies unless the user says otherwise: $XDG_STATE_HOME/cloudbackup, else ~/.local/state/cloudbackup.
+    [[nodiscard]] static std::string DefaultFolder();
+
+    /// This machine's client id; made at the first call ever.
+    [[nodiscard]] guid::guid_t GetClientId();
+    /// The folder of one set, made when it is missing.
+    [[nodiscard]] std::string GetSetFolder(const guid::guid_t& repository, const guid::guid_t& client,
+                                           const std::string& set) const;
+
+private:
+    std::string folder_;
+};
+
+/// Holds a set against a second run on this machine, as long as it lives; the system lets go of it when the process
+/// ends, however it ends.
+class CSetLock {
+public:
+    /// Throws exc::CRuntimeExc when another run holds it.
+    CSetLock(const std::string& setFolder, const std::string& set);
+
+private:
+    posix::posix_file_t file_;
+};
+
+/// A folder for one run's temporary files; removed with all files in it at the end.
+class CScratchFolder {
+public:
+    explicit CScratchFolder(const std::string& parent);
+    CScratchFolder(const CScratchFolder&) = delete;
+    CScratchFolder& operator=(const CScratchFolder&) = delete;
+    ~CScratchFolder();
+
+    [[nodiscard]] const std::string& GetPath() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+/// Makes a folder with its missing parents, for the user alone.
+void MakePrivateFolders(const std::string& folder);
+
+}  // namespace agent

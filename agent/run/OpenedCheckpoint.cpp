@@ -1,0 +1,47 @@
+#include "agent/run/OpenedCheckpoint.h"
+
+#include "agent/run/RootMetadata.h"
+#include "common/exc.h"
+#include "common/util.h"
+
+namespace agent {
+
+namespace backup = cloudbackuplib::backup;
+
+namespace {
+
+std::uint64_t ChooseCheckpoint(backup::CCloudBackup& cloudBackup, const std::string& which) {
+    const unsigned long last = cloudBackup.GetLastCheckpointId();
+    if (last == 0) {
+        throw exc::CRuntimeExc("Set '%1' has no checkpoint yet", cloudBackup.GetBackupId());
+    }
+    if (which == "latest") {
+        return last;
+    }
+    const auto ids = cloudBackup.EnumCheckpointsImpl(backup::CheckpointFilter::all);
+    const std::uint64_t id = util::str_to_uint64(which);
+    if (!ids.contains(id)) {
+        throw exc::CRuntimeExc("Set '%1' has no checkpoint %2; the last one is %3", cloudBackup.GetBackupId(), id,
+                               last);
+    }
+    return id;
+}
+
+}  // namespace
+
+COpenedCheckpoint::COpenedCheckpoint(const SRepositoryOptions& options, const std::string& which)
+    : repository_(COpenedRepository::Open4Read(options)),
+      backup_(repository_.OpenBackup4Read()),
+      id_(ChooseCheckpoint(*backup_, which)),
+      session_(backup::CCloudBackupSession::StartSession(backup_, id_, true)),
+      scratch_(repository_.GetSetFolder()),
+      document_(SSetDocument::FromText(session_->GetCheckpoint()->GetDxr().GetContent())) {}
+
+CMetaState COpenedCheckpoint::LoadMetadata(const SRoot& root) {
+    // This machine's own copy is only read, and only when it is the checkpoint's; else the scratch folder gets one.
+    const std::string own = LocalMetaPath(repository_.GetSetFolder(), root.storageId);
+    const std::string path = LocalMetaVersion(own, root) != 0 ? own : LocalMetaPath(scratch_.GetPath(), root.storageId);
+    return LoadRootMetadata(*session_, root, path);
+}
+
+}  // namespace agent

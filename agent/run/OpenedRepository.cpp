@@ -1,0 +1,146 @@
+#include "agent/run/OpenedRepository.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+#include "clients/registry/ClientRegistry.h"
+#include "common/exc.h"
+
+namespace agent {
+
+namespace backup = cloudbackuplib::backup;
+
+namespace {
+
+constexpr const char* clientType = "cloudbackup";
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0) {
+        return "unknown";
+    }
+    return name.data();
+}
+
+/// A set is a folder's name in the store and on this machine.
+void CheckSetName(const std::string& set) {
+    const auto allowed = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+               c == '.';
+    };
+    const bool valid = !set.empty() && set.size() <= 64 && set.front() != '.' && set != "Config" &&
+                       std::all_of(set.begin(), set.end(), allowed);
+    if (!valid) {
+        throw exc::CRuntimeExc(
+            "'%1' is no name for a set: up to 64 letters, digits, '-', '_' and '.', the first no '.', and not 'Config'",
+            set);
+    }
+}
+
+backup::SCloudRepositoryInfo InfoFor(const SRepositoryOptions& options, const guid::guid_t& clientId) {
+    backup::SCloudRepositoryInfo info;
+    info.folderName = options.repositoryName;
+    info.client = backup::SCloudRepositoryClientInfo{clientId, clientType, HostName()};
+    return info;
+}
+
+std::shared_ptr<backup::ICloudRepository> Open(const SRepositoryOptions& options, const guid::guid_t& clientId) {
+    CheckSetName(options.set);
+    try {
+        return backup::CCloudExternalRepository::OpenExisting(
+            clients::OpenLocation(options.location, clients::ELocation::existing), InfoFor(options, clientId));
+    } catch (const std::exception& failure) {
+        exc::RegenTraceExc(failure, "Cannot open the repository (made by 'cloudbackup init')");
+    }
+}
+
+std::string Describe(const std::vector<backup::SCloudRepoIdentity>& clients) {
+    std::string text;
+    for (const auto& client : clients) {
+        text += (text.empty() ? "" : ", ") + client.id.ToAStr() + " (" + client.description + ")";
+    }
+    return text;
+}
+
+/// This machine's client when it has written here, else the only one.
+guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients, const guid::guid_t& own) {
+    const bool ownIsThere =
+        std::any_of(clients.begin(), clients.end(), [&](const auto& client) { return client.id == own; });
+    if (ownIsThere) {
+        return own;
+    }
+    if (clients.empty()) {
+        throw exc::CRuntimeExc("The repository holds no backups yet");
+    }
+    if (clients.size() > 1) {
+        throw exc::CRuntimeExc(
+            "This machine has no backups in the repository, and several clients have: name one of "
+            "them with --client: %1",
+            Describe(clients));
+    }
+    return clients.front().id;
+}
+
+}  // namespace
+
+guid::guid_t CreateRepository(const SRepositoryOptions& options) {
+    CLocalState state(options.stateFolder);
+    try {
+        return backup::CCloudExternalRepository::CreateNew(
+                   clients::OpenLocation(options.location, clients::ELocation::createMissing),
+                   InfoFor(options, state.GetClientId()))
+            ->GetId();
+    } catch (const std::exception& failure) {
+        exc::RegenTraceExc(failure, "Cannot make a repository");
+    }
+}
+
+COpenedRepository::COpenedRepository(std::shared_ptr<backup::ICloudRepository> repository, const guid::guid_t& clientId,
+                                     const SRepositoryOptions& options, const CLocalState& state)
+    : repository_(std::move(repository)),
+      clientId_(clientId),
+      set_(options.set),
+      setFolder_(state.GetSetFolder(repository_->GetId(), clientId, options.set)) {}
+
+COpenedRepository COpenedRepository::Open4Write(const SRepositoryOptions& options) {
+    CLocalState state(options.stateFolder);
+    const guid::guid_t clientId = state.GetClientId();
+    return {Open(options, clientId), clientId, options, state};
+}
+
+COpenedRepository COpenedRepository::Open4Read(const SRepositoryOptions& options) {
+    CLocalState state(options.stateFolder);
+    const guid::guid_t own = state.GetClientId();
+    auto repository = Open(options, own);
+    const guid::guid_t chosen =
+        options.client.empty() ? ChooseClient(repository->EnumClients(), own) : guid::guid_t::FromStr(options.client);
+    return {std::move(repository), chosen, options, state};
+}
+
+std::shared_ptr<backup::CCloudBackup> COpenedRepository::OpenBackup4Write() {
+    try {
+        // Also one that was never finished: what it uploaded is found again.
+        return repository_->LoadBackup(clientId_, set_, false);
+    } catch (const backup::CBackupNotFoundExc&) {
+        return repository_->CreateBackup(clientId_, set_);
+    }
+}
+
+std::shared_ptr<backup::CCloudBackup> COpenedRepository::OpenBackup4Read() {
+    try {
+        return repository_->LoadBackup(clientId_, set_, true);
+    } catch (const backup::CBackupNotFoundExc&) {
+        std::string sets;
+        for (const auto& item : repository_->EnumBackups(clientId_)) {
+            sets += (sets.empty() ? "" : ", ") + item.GetId();
+        }
+        if (sets.empty()) {
+            throw exc::CRuntimeExc("The repository holds no backups of client %1 yet", clientId_);
+        }
+        throw exc::CRuntimeExc("There is no set '%1'; there are: %2", set_, sets);
+    }
+}
+
+}  // namespace agent

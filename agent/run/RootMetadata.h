@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "agent/meta/MetaFile.h"
+#include "agent/run/SetDocument.h"
+#include "cloudbackuplib/CloudBackupSession.h"
+
+namespace agent {
+
+/// Where this machine keeps its copy of a storage's metadata.
+[[nodiscard]] std::string LocalMetaPath(const std::string& setFolder, const guid::guid_t& storageId);
+
+/// The version that the local copy holds, when it is the very file that the root's checkpoint has; else 0.
+[[nodiscard]] unsigned long LocalMetaVersion(const std::string& localPath, const SRoot& root);
+
+/// Brings a root's metadata to `localPath`, downloading it unless the file there is the checkpoint's own, and reads it.
+/// Throws exc::CRuntimeExc when what the store has is not what the checkpoint's document names.
+[[nodiscard]] CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
+                                          const std::string& localPath);
+
+}  // namespace agent

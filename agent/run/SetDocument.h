@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/model/Entry.h"
+#include "common/guid.h"
+
+namespace agent {
+
+/// What a run did to one root.
+struct SRootStatistics {
+    std::uint64_t files = 0;
+    std::uint64_t folders = 0;
+    std::uint64_t others = 0;
+    /// Of all files, holes included.
+    std::uint64_t bytes = 0;
+    std::uint64_t added = 0;
+    std::uint64_t changed = 0;
+    std::uint64_t removed = 0;
+    std::uint64_t unchanged = 0;
+    /// Files read, and their data.
+    std::uint64_t filesRead = 0;
+    std::uint64_t bytesRead = 0;
+    /// Of the bytes read, those that were not known yet, before and after compression.
+    std::uint64_t newBytes = 0;
+    std::uint64_t storedBytes = 0;
+    std::uint64_t blocksUploaded = 0;
+    /// Blocks of an interrupted run that were found again.
+    std::uint64_t blocksFound = 0;
+    /// What could not be read.
+    std::uint64_t errors = 0;
+
+    bool operator==(const SRootStatistics&) const = default;
+};
+
+/// The statistics with their names, for all that reads, writes, prints or adds them.
+using statistics_field_t = std::pair<const char*, std::uint64_t SRootStatistics::*>;
+[[nodiscard]] std::span<const statistics_field_t> StatisticsFields();
+
+/// One source root in a checkpoint.
+struct SRoot {
+    /// The real path that was backed up.
+    std::string path;
+    guid::guid_t storageId;
+    /// The checkpoint whose run last read this root; later ones carry it on as it was.
+    std::uint64_t checkpoint = 0;
+    /// SHA-256 of the metadata file's header: tells whether a local copy is the very file of this checkpoint.
+    std::string headerSha256;
+    SRootStatistics statistics;
+
+    bool operator==(const SRoot&) const = default;
+};
+
+/// The backup-level document of a checkpoint: when and where it was made, and of which roots. A plain value.
+struct SSetDocument {
+    static constexpr int formatVersion = 1;
+
+    std::string host;
+    STime started;
+    STime finished;
+    std::vector<SRoot> roots;
+
+    [[nodiscard]] const SRoot* FindRoot(const std::string& path) const;
+
+    /// As JSON text.
+    [[nodiscard]] std::string ToText() const;
+    /// Throws exc::CRuntimeExc for a text that is no such document, or one of a later format version.
+    [[nodiscard]] static SSetDocument FromText(const std::string& text);
+
+    bool operator==(const SSetDocument&) const = default;
+};
+
+/// The storage that keeps a root: the same for the same client, set and path, so that a run that was cut off before its
+/// first checkpoint finds its blocks again.
+[[nodiscard]] guid::guid_t StorageIdOf(const guid::guid_t& clientId, const std::string& set, const std::string& path);
+
+/// "2026-11-21T08:00:00Z", and back.
+[[nodiscard]] std::string ToIsoText(const STime& time);
+[[nodiscard]] STime Now();
+
+/// Paths are bytes while JSON and terminals want UTF-8: bytes that are none are written as "\xHH", a backslash as "\\".
+[[nodiscard]] std::string EscapePath(const std::string& path);
+[[nodiscard]] std::string UnescapePath(const std::string& text);
+
+}  // namespace agent
