@@ -98,7 +98,7 @@ TEST_F(ChunkReader, ReadsInAnyOrderAndAgain) {
 
 TEST_F(ChunkReader, KeepsSeveralDownloadsInFlightAndNoMoreThanAllowed) {
     for (const std::size_t limit : {1U, 3U, 50U}) {
-        const auto limited = std::make_shared<CMemoryClient>(clients::SMemoryOptions{.concurrentTaskLimit = limit});
+        const auto limited = test::MemoryWithLimit(limit);
         limited->CopyState(*memory_);
         const auto client = std::make_shared<CCountingClient>(limited);
         static_cast<void>(ReadAll(client));
@@ -256,8 +256,10 @@ RC_GTEST_FIXTURE_PROP(ChunkReader, AnyRecordIsReadOrRefused, ()) {
     std::vector<SChunk> wanted = stored_.chunks;
     const auto index = *rc::gen::inRange<std::size_t>(0, wanted.size());
     SChunk& chunk = wanted[index];
-    chunk.plainSize = *rc::gen::element<std::uint32_t>(chunk.plainSize, chunk.plainSize + 1, 0, 1, 0xFFFFFFFF);
-    chunk.storedSize = *rc::gen::element<std::uint32_t>(chunk.storedSize, chunk.storedSize - 1, 0, 0xFFFFFFFF);
+    chunk.plainSize =
+        *rc::gen::elementOf(std::vector<std::uint32_t>{chunk.plainSize, chunk.plainSize + 1, 0, 1, 0xFFFFFFFF});
+    chunk.storedSize =
+        *rc::gen::elementOf(std::vector<std::uint32_t>{chunk.storedSize, chunk.storedSize - 1, 0, 0xFFFFFFFF});
     chunk.block = *rc::gen::inRange<std::uint32_t>(0, 20);
     chunk.blockOffset = *rc::gen::arbitrary<std::uint32_t>();
     chunk.codec = static_cast<EChunkCodec>(*rc::gen::inRange(0, 4));

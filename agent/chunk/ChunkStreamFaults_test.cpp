@@ -104,12 +104,21 @@ TEST_P(ChunkStreamFaults, ACrashLeavesOnlyWholeBlocks) {
     }
 }
 
+std::string ModeName(const testing::TestParamInfo<EFaultMode>& mode) {
+    switch (mode.param) {
+        case EFaultMode::notDone:
+            return "NotDone";
+        case EFaultMode::doneButFailed:
+            return "DoneButFailed";
+        case EFaultMode::doneInPart:
+            return "DoneInPart";
+    }
+    return {};
+}
+
 INSTANTIATE_TEST_SUITE_P(Modes, ChunkStreamFaults,
                          testing::Values(EFaultMode::notDone, EFaultMode::doneButFailed, EFaultMode::doneInPart),
-                         [](const auto& info) {
-                             constexpr const char* names[] = {"NotDone", "DoneButFailed", "DoneInPart"};
-                             return names[static_cast<int>(info.param)];
-                         });
+                         ModeName);
 
 TEST(ChunkStreamFailure, ComesOnceAndEndsTheStream) {
     const auto memory = std::make_shared<CMemoryClient>();
@@ -152,7 +161,7 @@ TEST(ChunkStreamFailure, AStreamWithAFailureCanBeLeft) {
 
 /// While the store takes nothing, only so much content is taken in.
 TEST(ChunkStreamBackPressure, AppendWaitsForTheStore) {
-    const auto memory = std::make_shared<CMemoryClient>(clients::SMemoryOptions{.concurrentTaskLimit = 3});
+    const auto memory = test::MemoryWithLimit(3);
     const auto gate = std::make_shared<CGateClient>(memory, cloudclientlib::operation_set{EOperation::uploadFile});
     const auto counting = std::make_shared<CCountingClient>(gate);
     gate->Close();
@@ -178,7 +187,7 @@ TEST(ChunkStreamBackPressure, AppendWaitsForTheStore) {
 }
 
 TEST(ChunkStreamBackPressure, NeverMoreThanEightUploads) {
-    const auto memory = std::make_shared<CMemoryClient>(clients::SMemoryOptions{.concurrentTaskLimit = 100});
+    const auto memory = test::MemoryWithLimit(100);
     const auto gate = std::make_shared<CGateClient>(memory, cloudclientlib::operation_set{EOperation::uploadFile});
     const auto counting = std::make_shared<CCountingClient>(gate);
     gate->Close();

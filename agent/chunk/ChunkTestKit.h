@@ -66,6 +66,12 @@ inline SChunkStreamParams SmallParams(client_ptr client, std::uint64_t runVersio
     return params;
 }
 
+inline std::shared_ptr<clients::CMemoryClient> MemoryWithLimit(std::size_t concurrentTaskLimit) {
+    clients::SMemoryOptions options;
+    options.concurrentTaskLimit = concurrentTaskLimit;
+    return std::make_shared<clients::CMemoryClient>(options);
+}
+
 /// One run over the bytes.
 inline SStreamResult Store(const SChunkStreamParams& params, std::span<const char> bytes) {
     agent::CChunkStream stream(params);

@@ -19,7 +19,7 @@ std::string InnermostMessage(const std::exception& failure) {
     } catch (...) {
         return "unknown error";
     }
-    return failure.what();
+    return OwnMessage(failure);
 }
 
 }  // namespace

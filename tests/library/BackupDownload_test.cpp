@@ -153,6 +153,7 @@ TEST_F(BackupDownload, ATotalThatIsNotTheDeclaredOne) {
 TEST_F(BackupDownload, AnObjectLargerThanTheWholeIsNotWritten) {
     ExpectFailure(Storage(Guid(1), 7, 3), SizeDiffers(4, 3));
     ExpectFailure(Storage(Guid(1), 7, 0), SizeDiffers(4, 0));
+    EXPECT_FALSE(sink_.Has("Downloading additional metadata parts for storage " + name));
     ExpectFailure(Storage(Guid(1), 7, 9, {{4, {bank4, 4, 4}}, {8, {bank8, 8, 10}}}), SizeDiffers(18, 9));
     EXPECT_FALSE(sink_.Has("Saving local storage metadata part. Size: '10', offset: '8'"));
 }

@@ -2,6 +2,7 @@
 
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
+#include "cloudclientlib/wrappers/ForwardingClient.h"
 #include "tests/library/BackupFixture.h"
 
 namespace {
@@ -105,29 +106,41 @@ TEST_F(BackupUpload, AFailedUploadIsToldWithNothingInFlight) {
     }
 }
 
-/// Refuses the second upload by throwing from the call, as for an invalid path.
+/// Refuses the second upload by throwing from the call, as for an invalid path; counts the waits for the first.
 class CRefusingClient : public cloudclientlib::CForwardingClient {
 public:
     using CForwardingClient::CForwardingClient;
-    task::task_ptr UploadFileAsync(const std::string& path, buffer_ptr data) override {
+    task::task_ptr UploadFileAsync(const std::string&, buffer_ptr) override {
         if (++uploads_ == 2) {
             throw exc::CRuntimeExc("refused");
         }
-        return CForwardingClient::UploadFileAsync(path, data);
+        return std::make_shared<CWaited>(waits_);
     }
+    [[nodiscard]] int GetWaits() const { return waits_; }
 
 private:
+    class CWaited : public task::IAsyncTask {
+    public:
+        explicit CWaited(int& waits) : waits_(waits) {}
+        void Wait() override {
+            ++waits_;
+            throw exc::CRuntimeExc("failed meanwhile");
+        }
+
+    private:
+        int& waits_;
+    };
     int uploads_ = 0;
+    int waits_ = 0;
 };
 
 TEST_F(BackupUpload, AnUploadThatCannotStartWaitsForThoseInFlight) {
-    const auto counting = std::make_shared<cloudclientlib::CCountingClient>(client_);
-    const auto refusing = std::make_shared<CRefusingClient>(counting);
+    const auto refusing = std::make_shared<CRefusingClient>(client_);
     EXPECT_EQ(FailureOf([&] {
                   Backup(refusing)->UploadMetadata(Guid(1), 7, {{0, Part("head")}, {4, Part("bank")}});
               }),
               uploadFailed + "refused");
-    EXPECT_EQ(counting->GetCounts().tasksInFlight, 0U);
+    EXPECT_EQ(refusing->GetWaits(), 1);
 }
 
 TEST_F(BackupUpload, TheLocationMapTakesTheUploadedParts) {
@@ -211,6 +224,7 @@ TEST_F(BackupCommit, WarnsOfMetadataThatCannotBeRestored) {
         {3, {{0, Part("head")}}, {}, false},
         {8, {{0, Part("head")}, {4, Part("bank")}}, {}, true},
         {9, {{0, Part("head")}, {5, Part("bank")}}, {}, false},
+        {8, {{0, Part("head")}, {5, Part("bank")}}, {}, false},  // as many bytes, but not where they belong
         {8, {{0, Part("head")}, {3, Part("banks")}}, {}, false},
         {8, {{0, Part("head")}}, {{4, {"/x", 4, 4}}}, true},
         {3, {{0, Part("head")}}, {{4, {"/x", 4, huge}}}, false},  // the sum wraps around to the size

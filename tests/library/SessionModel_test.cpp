@@ -223,7 +223,6 @@ private:
         session_->PrepareStorageForAccess(writer.GetId(), writer.GetPath(), localVersion);
         EXPECT_EQ(ReadFile(writer.GetPath()), writer.GetBytes());
         writer.TakeSink(*session_);
-        // A lost version's objects may lie in the cloud; its number is not used twice with other bytes.
         EXPECT_TRUE(session_->EnumChangedStorages().empty());
     }
 

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::uint8_t writerCount = 8;
-constexpr unsigned long reportsOfAWriter = 60;
+constexpr unsigned rounds = 8;
 constexpr unsigned long partCount = 5;
 constexpr unsigned long partSize = 4;
 const std::string suspended = "Storage cache is suspended for checkpoint";
@@ -32,12 +32,12 @@ public:
         sink_->Update(1, layout_, layout_, partSize);
     }
 
-    void Run() {
-        for (unsigned long report = 0; report < reportsOfAWriter; ++report) {
-            const unsigned long offset = (report % partCount + 1) * partSize;
+    void Run(const std::atomic<bool>& stop) {
+        for (unsigned long version = 2; !stop; ++version) {
+            const unsigned long offset = (version % partCount + 1) * partSize;
             try {
-                sink_->Update(report + 2, {{offset, layout_.at(offset)}}, layout_, partSize);
-                lastTaken_ = report + 2;
+                sink_->Update(version, {{offset, layout_.at(offset)}}, layout_, partSize);
+                lastTaken_ = version;
             } catch (const exc::CRuntimeExc& failure) {
                 refusals_.insert(failure.what());
             }
@@ -58,22 +58,20 @@ private:
 
 class SessionThreads : public SessionTest {
 protected:
-    /// Runs `work` in this thread, as often as it can, while eight writers report.
+    /// Runs `work` in this thread, several times, while eight writers report.
     void RunWhileWritersReport(CCloudBackupSession& session, const std::function<void()>& work) {
         for (std::uint8_t i = 0; i < writerCount; ++i) {
             writers_.push_back(std::make_unique<ReportingWriter>(session, i, Local(Guid(i))));
         }
-        std::atomic<unsigned> running{writerCount};
+        std::atomic<bool> stop{false};
         std::vector<std::thread> threads;
         for (const auto& writer : writers_) {
-            threads.emplace_back([&running, &writer] {
-                writer->Run();
-                --running;
-            });
+            threads.emplace_back([&stop, &writer] { writer->Run(stop); });
         }
-        do {
+        for (unsigned round = 0; round < rounds; ++round) {
             work();
-        } while (running > 0);
+        }
+        stop = true;
         for (std::thread& thread : threads) {
             thread.join();
         }
@@ -117,7 +115,7 @@ TEST_F(SessionThreads, MarkingAStorageUpdatedLosesNoReport) {
     const auto checkpoint = session->CreateCheckpoint("", "");
     for (std::uint8_t i = 0; i < writerCount; ++i) {
         EXPECT_THAT(writers_[i]->GetRefusals(), IsEmpty()) << "there is a record at every moment";
-        EXPECT_EQ(checkpoint->GetStorageById(Guid(i)).GetMetaVersion(), reportsOfAWriter + 1);
+        EXPECT_EQ(checkpoint->GetStorageById(Guid(i)).GetMetaVersion(), writers_[i]->GetLastTaken());
     }
     ExpectRestored(1);
 }

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""The program as a user meets it: what it prints, and how it ends."""
+import json
+import os
+import shutil
+
+from agent import AgentCase, describe, fill, main
+
+
+class Cli(AgentCase):
+    def test_a_day_with_the_agent(self):
+        out, err = self.run_agent("init")
+        self.assertRegex(out, r"^Made repository [0-9a-f-]{36} at dir:.*/repository\n$")
+        self.assertEqual(err, "")
+        fill(self.source, 1)
+        out, err = self.run_agent("backup", self.source)
+        self.assertIn("Checkpoint 1 of set 'default'", out)
+        self.assertIn("200 files", out)
+        self.assertEqual(err, "")
+        out, _ = self.run_agent("checkpoints")
+        self.assertEqual(len(out.splitlines()), 2)
+        self.assertIn(str(self.source), out)
+        out, _ = self.run_agent("ls", "latest", self.source / "d1")
+        self.assertEqual(len(out.splitlines()), 1 + len(list((self.source / "d1").iterdir())))
+        self.assertEqual(describe(self.restore("latest")), describe(self.source))
+
+    def test_quiet_prints_nothing(self):
+        for arguments in (["init"], ["backup", self.source], ["checkpoints"], ["ls", "1"],
+                          ["restore", "1", "--target", self.place / "restored"]):
+            self.assertEqual(self.run_agent("-q", *arguments), ("", ""))
+
+    def test_json_is_one_object_a_line(self):
+        fill(self.source, 2, files=5)
+        events = []
+        for arguments in (["init"], ["backup", self.source], ["checkpoints"], ["ls", "1"],
+                          ["restore", "1", "--target", self.place / "restored"]):
+            out, _ = self.run_agent("--json", *arguments)
+            events += [json.loads(line)["event"] for line in out.splitlines()]
+        entries = 1 + len(list(self.source.rglob("*")))
+        self.assertEqual(events, ["repository", "checkpoint", "checkpoint"] + ["entry"] * entries + ["restored"])
+
+    def expect_failure(self, code, text, *arguments):
+        out, err = self.run_agent(*arguments, expect=code)
+        self.assertEqual(out, "")
+        self.assertEqual(err, f"cloudbackup: {text}\n")
+
+    def test_failures_are_one_clear_line(self):
+        missing = self.place / "repository"
+        self.expect_failure(1, f"Cannot open the repository (made by 'cloudbackup init'): OpenRoot "
+                               f"'{missing}': it or a folder above it does not exist", "checkpoints")
+        self.run_agent("init")
+        self.expect_failure(1, "Cannot make a repository: Repository already exists and is valid", "init")
+        self.expect_failure(1, "The repository holds no backups yet", "checkpoints")
+        self.expect_failure(1, f"Cannot back up '{self.place}/none': No such file or directory", "backup",
+                            self.place / "none")
+        self.run_agent("backup", self.source)
+        self.expect_failure(1, "There is no set 'other'; there are: default", "--set", "other", "checkpoints")
+        self.expect_failure(1, "Set 'default' has no checkpoint 9; the last one is 1", "ls", "9")
+        self.expect_failure(1, "Checkpoint 1 holds nothing at '/nowhere'", "ls", "1", "/nowhere")
+        self.expect_failure(1, f"Cannot restore into '{self.place}': the folder is not empty", "restore", "1",
+                            "--target", self.place)
+
+    def test_verbose_tells_the_causes(self):
+        self.run_agent("init")
+        _, err = self.run_agent("-v", "init", expect=1)
+        self.assertIn("Failed to create new external cloud repository", err)
+        self.assertIn("Repository already exists and is valid", err)
+
+    def test_wrong_use(self):
+        for arguments in ([], ["nonsense"], ["backup"], ["restore", "1"], ["ls", "first"], ["init", "--no-such-option"]):
+            out, err = self.run_agent(*arguments, expect=2)
+            self.assertEqual(out, "")
+            self.assertRegex(err, r"^cloudbackup: .* \(see 'cloudbackup --help'\)\n$")
+        del self.environment["CLOUDBACKUP_REPO"]
+        self.expect_failure(2, "--repo (or CLOUDBACKUP_REPO) is required (see 'cloudbackup --help')", "init")
+
+    def test_help_names_every_command(self):
+        out, _ = self.run_agent("--help")
+        for command in ("init", "backup", "checkpoints", "ls", "restore"):
+            self.assertIn(f"\n  {command} ", out)
+            self.run_agent(command, "--help")
+
+    def test_a_damaged_block_is_exit_code_3(self):
+        self.run_agent("init")
+        (self.source / "file").write_bytes(os.urandom(100000))
+        (self.source / "empty").write_bytes(b"")
+        self.run_agent("backup", self.source)
+        for block in (self.place / "repository").rglob("BlockStore/*/*/*"):
+            block.write_bytes(b"")
+        out, err = self.run_agent("restore", "1", "--target", self.place / "restored", expect=3)
+        self.assertIn("1 file,", out)
+        self.assertRegex(err, rf"^cloudbackup: {self.source}/file: ")
+
+    def test_a_lost_repository_object_names_it(self):
+        self.run_agent("init")
+        self.run_agent("backup", self.source)
+        shutil.rmtree(self.place / "state")
+        for header in (self.place / "repository").rglob("Metadata/*.1"):
+            header.unlink()
+        _, err = self.run_agent("ls", "1", expect=1)
+        self.assertRegex(err, r"Metadata/[0-9a-f-]{36}\.1")
+
+
+if __name__ == "__main__":
+    main()
