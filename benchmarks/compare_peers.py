@@ -126,7 +126,8 @@ def main():
         print(f"{os.cpu_count()} cores, {time.strftime('%Y-%m-%d')}, best of {options.rounds} rounds\n")
         print("| source | what | tool | seconds | processor s | peak MiB | repository MiB |")
         print("|---|---|---|---:|---:|---:|---:|")
-        for label, source in (("1 GiB random file", work / "random"), ("50,000 small files", work / "small")):
+        for label, source in ((f"random file of {1024 // scale} MiB", work / "random"),
+                              (f"{50000 // scale:,} small files", work / "small")):
             subprocess.run(["tar", "-cf", "/dev/null", source], check=True, stderr=subprocess.DEVNULL)
             results = {}
             for _ in range(options.rounds):
