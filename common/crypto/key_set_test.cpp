@@ -159,7 +159,7 @@ TEST(KeySet, OtherBytesAndVersionsAreRefused) {
     EXPECT_EQ("Unsupported key set version: 2", FailureOf(bytes));
 }
 
-TEST(KeySet, AHugeLengthIsRefusedBeforeAnythingIsAllocated) {
+TEST(KeySet, AHugeLengthIsRefused) {
     sec_bytes_t bytes = Serialised(Sample());
     for (const std::size_t lengthAt : {24U, 31U}) {  // of the hint, of the keys
         sec_bytes_t hostile = bytes;

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "common/crypto/key_set.h"
+#include "common/exc.h"
 #include "common/stream.h"
 
 // This program replaces the global allocation functions, to look at a piece of memory at the moment when it is given
@@ -54,6 +55,9 @@ private:
 
 constexpr std::string_view secret = "correct horse battery staple, and then some more of it";
 
+/// The largest piece of memory that was asked for since this was last set to 0.
+std::size_t g_largest = 0;
+
 /// Keeps the compiler from seeing that nobody reads the memory.
 void Escape(const void* memory) { asm volatile("" : : "r"(memory) : "memory"); }
 
@@ -61,6 +65,7 @@ void Escape(const void* memory) { asm volatile("" : : "r"(memory) : "memory"); }
 
 // NOLINTBEGIN: a replacement of the global functions is made of malloc and free
 void* operator new(std::size_t size) {
+    g_largest = std::max(g_largest, size);
     if (void* memory = std::malloc(size)) {
         return memory;
     }
@@ -142,6 +147,18 @@ TEST(SecAllocator, AKeySetErasesItsMaterial) {
     const CFreedMemory memory(keySet->GetRepairRecords()[0].wrappedKey.data());
     keySet.reset();
     EXPECT_TRUE(memory.IsErased(secret.size()));
+}
+
+TEST(KeySetMemory, AHugeLengthIsRefusedBeforeItIsAllocated) {
+    io::mem_stream_tt<crypto::sec_allocator_t<char>> stream;
+    crypto::CKeySet(crypto::CKeySetId::CreateNew(), L"", {}, {}).Serial(stream);
+    for (const long lengthAt : {24L, 28L}) {  // of the hint, of the keys
+        crypto::sec_bytes_t hostile = stream.GetBuffer();
+        std::fill_n(hostile.begin() + lengthAt, 4, static_cast<char>(0x7F));
+        g_largest = 0;
+        EXPECT_THROW((void)crypto::CKeySet::Unserial(hostile), exc::CRuntimeExc);
+        EXPECT_GT(100000U, g_largest);
+    }
 }
 
 }  // namespace
