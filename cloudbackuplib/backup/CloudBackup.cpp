@@ -65,7 +65,8 @@ std::shared_ptr<CCloudBackup> CCloudBackup::CreateNew(const std::string& backupI
         RemoveIncomplete(backupId, client);
     }
     InitBackupFolders(backupId, client);
-    return std::make_shared<CCloudBackup>(backupId, owner, guid, client, archiveBlobsClient, 0, ErrorHandling::fail);
+    return std::make_shared<CCloudBackup>(backupId, owner, guid, std::move(client), std::move(archiveBlobsClient), 0,
+                                          ErrorHandling::fail);
 }
 
 std::shared_ptr<CCloudBackup> CCloudBackup::LoadExisting(const std::string& backupId, client_ptr client,
@@ -76,7 +77,8 @@ std::shared_ptr<CCloudBackup> CCloudBackup::LoadExisting(const std::string& back
         throw CBackupNotFoundExc(backupId);
     }
     const unsigned long lastId = LastOf(EnumCheckpoints(backupId, client, CheckpointFilter::regular));
-    return std::make_shared<CCloudBackup>(backupId, owner, guid, client, archiveBlobsClient, lastId, errorHandling);
+    return std::make_shared<CCloudBackup>(backupId, owner, guid, std::move(client), std::move(archiveBlobsClient),
+                                          lastId, errorHandling);
 }
 
 std::vector<CCloudBackupCollectionItem> CCloudBackup::EnumBackups(client_ptr client,

@@ -60,7 +60,7 @@ SDownload StartDownload(const CCloudBackup& backup, unsigned long id, DxrContent
 CCloudBackup::checkpoint_ptr Receive(const CCloudBackup& backup, unsigned long id, DxrContentFeature feature,
                                      const SDownload& download) {
     download.task->Wait();
-    const auto checkpoint = FromText(std::string_view(download.buffer->data(), download.buffer->size()), feature);
+    auto checkpoint = FromText(std::string_view(download.buffer->data(), download.buffer->size()), feature);
     if (checkpoint->GetId() != id) {
         throw exc::CRuntimeExc("Invalid checkpoint id: '%1', expected: '%2'", checkpoint->GetId(), id);
     }

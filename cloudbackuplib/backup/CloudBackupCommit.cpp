@@ -67,7 +67,7 @@ CCloudBackup::checkpoint_ptr CCloudBackup::CreateCheckpoint(const SCheckpointCre
     for (const auto& changed : params.changedStorages) {
         storages.push_back(Upload(*this, changed));
     }
-    const auto created = std::make_shared<checkpoint::CCloudCheckpoint>(
+    auto created = std::make_shared<checkpoint::CCloudCheckpoint>(
         storages, checkpoint::CCloudDxrDescriptor(params.dxrContent),
         checkpoint::CCloudDxrDescriptor(params.dxrContentLongTerm), owner_, id);
     SaveCheckpoint(created);

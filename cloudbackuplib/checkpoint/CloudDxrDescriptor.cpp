@@ -6,7 +6,17 @@
 
 namespace cloudbackuplib::backup::checkpoint {
 
+namespace {
+
+// What grows past it on reading is taken for hostile, so nothing longer is written.
+constexpr std::size_t maxContentSize = std::size_t{1} << 30U;
+
+}  // namespace
+
 CCloudDxrDescriptor::CCloudDxrDescriptor(const std::string& plainContent) {
+    if (plainContent.size() > maxContentSize) {
+        throw exc::CRuntimeExc("DXR content of %1 bytes is longer than %2 bytes", plainContent.size(), maxContentSize);
+    }
     if (!plainContent.empty()) {
         content_ = util::toBase64(*alglib::compress::CZlibUtil::CompressBest(plainContent));
     }
@@ -20,7 +30,7 @@ std::string CCloudDxrDescriptor::GetContent() const {
     if (compressed.empty()) {
         throw exc::CRuntimeExc("Invalid DXR content: '%1'", content_);
     }
-    const auto plain = alglib::compress::CZlibUtil::Decompress(compressed);
+    const auto plain = alglib::compress::CZlibUtil::Decompress(compressed, maxContentSize);
     return {plain->data(), plain->size()};
 }
 

@@ -98,5 +98,11 @@ TEST(CloudDxrDescriptor, LargeContentComesBack) {
     EXPECT_TRUE(ReadDxr(Text(CCloudDxrDescriptor(content))).GetContent() == content);
 }
 
+TEST(CloudDxrDescriptor, RefusesContentThatItWouldNotGiveBack) {
+    const std::string tooLong((std::size_t{1} << 30U) + 1, 'x');
+    EXPECT_EQ(test::FailureOf([&](const std::string&) { static_cast<void>(CCloudDxrDescriptor(tooLong)); }, ""),
+              "DXR content of 1073741825 bytes is longer than 1073741824 bytes");
+}
+
 }  // namespace
 }  // namespace cloudbackuplib::backup::checkpoint

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "cloudbackuplib/OwnerDescriptor.h"
 #include "cloudclientlib/CloudExc.h"
 #include "common/exc.h"
 #include "tests/support/MockCloudClient.h"
@@ -34,8 +33,14 @@ auto KeepingIn(std::string& text) {
     };
 }
 
-const checkpoint::COwnerDescriptor owner(guid::guid_t::FromStr("00000000-0000-0000-0000-000000000001"), "t", "d");
-const std::string ownerText = "<Owner Id=\"00000000-0000-0000-0000-000000000001\" Type=\"t\" Description=\"d\" />\n";
+/// Something that writes itself into an element.
+struct SNote {
+    void Serialize(xml::xml_holder_t& element) const { xml::TiXmlSetStrAttr(element, "Text", "a & b"); }
+};
+
+const std::string noteText = "<Note Text=\"a &amp; b\" />\n";
+
+xml::xml_holder_t NoteDocument() { return Make("Note", SNote()); }
 
 class CloudDocument : public testing::Test {
 protected:
@@ -72,13 +77,13 @@ TEST_F(CloudDocument, IsRefusedWhenDamaged) {
 TEST_F(CloudDocument, IsWrittenWhole) {
     std::string text;
     EXPECT_CALL(client_, UploadFileAsync("p", _)).WillOnce(KeepingIn(text));
-    Write(client_, "p", Make("Owner", owner));
-    EXPECT_EQ(text, ownerText);
+    Write(client_, "p", NoteDocument());
+    EXPECT_EQ(text, noteText);
 }
 
 TEST_F(CloudDocument, PassesAFailedUploadThrough) {
     EXPECT_CALL(client_, UploadFileAsync("p", _)).WillOnce(Return(Failing()));
-    EXPECT_THROW(Write(client_, "p", Make("Owner", owner)), cloudclientlib::CObjectNotFoundExc);
+    EXPECT_THROW(Write(client_, "p", NoteDocument()), cloudclientlib::CObjectNotFoundExc);
 }
 
 TEST_F(CloudDocument, IsWrittenIntoAFolderThatIsMadeFirst) {
@@ -87,21 +92,21 @@ TEST_F(CloudDocument, IsWrittenIntoAFolderThatIsMadeFirst) {
     EXPECT_CALL(client_, IsFolderExist("f")).WillOnce(Return(false));
     EXPECT_CALL(client_, CreateFolderAsync("f")).WillOnce(Return(task::RunNow([] {})));
     EXPECT_CALL(client_, UploadFileAsync("f/p", _)).WillOnce(KeepingIn(text));
-    WriteInFolder(client_, "f", "f/p", Make("Owner", owner));
-    EXPECT_EQ(text, ownerText);
+    WriteInFolder(client_, "f", "f/p", NoteDocument());
+    EXPECT_EQ(text, noteText);
 }
 
 TEST_F(CloudDocument, IsWrittenIntoAFolderThatIsThere) {
     const InSequence inSequence;
     EXPECT_CALL(client_, IsFolderExist("f")).WillOnce(Return(true));
     EXPECT_CALL(client_, UploadFileAsync("f/p", _)).WillOnce(Return(task::RunNow([] {})));
-    WriteInFolder(client_, "f", "f/p", Make("Owner", owner));
+    WriteInFolder(client_, "f", "f/p", NoteDocument());
 }
 
 TEST_F(CloudDocument, IsNotWrittenWhenTheFolderCannotBeMade) {
     EXPECT_CALL(client_, IsFolderExist("f")).WillOnce(Return(false));
     EXPECT_CALL(client_, CreateFolderAsync("f")).WillOnce(Return(Failing()));
-    EXPECT_THROW(WriteInFolder(client_, "f", "f/p", Make("Owner", owner)), cloudclientlib::CObjectNotFoundExc);
+    EXPECT_THROW(WriteInFolder(client_, "f", "f/p", NoteDocument()), cloudclientlib::CObjectNotFoundExc);
 }
 
 // The strict mock sees that nothing is sent.

@@ -81,7 +81,10 @@ public:
 
     /// The storages whose local metadata differs in version from the checkpoint's.
     [[nodiscard]] std::set<guid::guid_t> EnumChangedStorages();
-    /// Commits the changes as the next checkpoint. After a failure the session is as before and may try again.
+    /// Commits the changes as the next checkpoint, on which the session stands from then on. After a failure the
+    /// session is as before and may try again. Where the checkpoint was saved and only the answer was lost, trying
+    /// again fails with "Checkpoint already exists": a checkpoint is never overwritten, and the backup has to be opened
+    /// anew.
     std::shared_ptr<checkpoint::CCloudCheckpoint> CreateCheckpoint(const std::string& dxrContent,
                                                                    const std::string& dxrContentLongTerm);
     /// The parts of a storage that a commit uploads: what was updated, what never skips, and always the header.

@@ -13,7 +13,7 @@ class CB_EXPORT CCloudDxrDescriptor {
 public:
     /// No content.
     CCloudDxrDescriptor() = default;
-    /// Takes the plain text; an empty one is no content.
+    /// Takes the plain text; an empty one is no content. Throws exc::CRuntimeExc for one of more than 1 GiB.
     explicit CCloudDxrDescriptor(const std::string& plainContent);
 
     [[nodiscard]] bool IsEmpty() const { return content_.empty(); }
