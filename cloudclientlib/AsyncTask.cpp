@@ -28,7 +28,7 @@ public:
 
 class CFinishedTask : public IAsyncTask {
 public:
-    explicit CFinishedTask(std::exception_ptr failure) : failure_(std::move(failure)) {}
+    explicit CFinishedTask(std::exception_ptr failure) : failure_(std::move(failure)) {}  // NOLINT: kept, not thrown
     void Wait() override {
         if (failure_) {
             std::rethrow_exception(failure_);

@@ -32,7 +32,7 @@ CExc::CExc(std::string message, std::string_view causeText) {
 
 CExc::CExc(const CExc&) = default;
 // Moving would leave an exception without its texts behind; copying is as cheap.
-CExc::CExc(CExc&& other) noexcept : std::exception(other), texts_(other.texts_) {}
+CExc::CExc(CExc&& other) noexcept : texts_(other.texts_) {}
 CExc& CExc::operator=(const CExc&) = default;
 CExc& CExc::operator=(CExc&& other) noexcept {
     texts_ = other.texts_;

@@ -102,7 +102,7 @@ void SecureErase(void* data, std::size_t size) noexcept { OPENSSL_cleanse(data, 
 std::string WideToUtf8(std::wstring_view text) {
     std::string out;
     for (const wchar_t wide : text) {
-        const auto c = static_cast<std::uint32_t>(wide);
+        const auto c = static_cast<std::uint32_t>(wide);  // NOLINT: no character is negative
         if (c < 0x80) {
             out += static_cast<char>(c);
         } else if (c < 0x800) {

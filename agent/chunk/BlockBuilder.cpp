@@ -21,6 +21,7 @@ CBlockBuilder::CBlockBuilder(const SBlockSizes& sizes) : sizes_(sizes) {
 
 void CBlockBuilder::Open(buffer_ptr buffer) {
     buffer->clear();
+    buffer->reserve(sizes_.maximum);  // growing would copy the block several times
     block_ = std::move(buffer);
 }
 

@@ -16,8 +16,9 @@ std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& sou
     const std::span<const char> bytes(*source.bytes);
     const std::uint64_t offset = chunk.blockOffset - source.range.offset;
     if (bytes.size() < offset + chunk.storedSize) {
-        throw exc::CRuntimeExc("the object ends at byte %1 instead of %2 or later", source.range.offset + bytes.size(),
-                               std::uint64_t{chunk.blockOffset} + chunk.storedSize);
+        const SReadRange& range = source.range;
+        throw exc::CRuntimeExc("of the bytes %1 to %2 asked for only %3 came", range.offset, range.offset + range.size,
+                               bytes.size());
     }
     return bytes.subspan(offset, chunk.storedSize);
 }

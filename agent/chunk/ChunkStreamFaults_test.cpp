@@ -73,7 +73,8 @@ TEST_P(ChunkStreamFaults, ARepeatedRunMayBeCutOffToo) {
         faults->Arm({.call = call, .mode = GetParam()});
         try {
             static_cast<void>(Store(SmallParams(faults), bytes));
-            ASSERT_FALSE(faults->IsReached());
+            // A question whose answer is "not there" says so, lost or not.
+            ASSERT_TRUE(!faults->IsReached() || GetParam() != EFaultMode::notDone);
         } catch (const CCloudExc&) {
             ASSERT_TRUE(faults->IsReached());
         }

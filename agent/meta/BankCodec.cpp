@@ -11,7 +11,7 @@ namespace agent::meta {
 
 namespace {
 
-/// Measured on 50,000 entries: see docs/format/metadata-file.md.
+/// Higher levels take much time for little: measured in docs/format/metadata-file.md.
 constexpr int compressionLevel = 3;
 
 std::string Compress(const std::string& plain) {

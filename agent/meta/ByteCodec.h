@@ -56,7 +56,8 @@ public:
         const std::string_view bytes = Bytes(sizeof(T));
         T value = 0;
         for (std::size_t i = 0; i < sizeof(T); ++i) {
-            value = static_cast<T>(value | static_cast<T>(static_cast<T>(static_cast<unsigned char>(bytes[i])) << (8 * i)));
+            value =
+                static_cast<T>(value | static_cast<T>(static_cast<T>(static_cast<unsigned char>(bytes[i])) << (8 * i)));
         }
         return value;
     }

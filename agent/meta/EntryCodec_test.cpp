@@ -31,10 +31,9 @@ std::string Refusal(SEntry entry, const std::function<void(SEntry&)>& spoil) {
 TEST(EntryCodec, EveryTypeComesBack) {
     SEntry device = MakeEntry(EEntryType::charDevice);
     device.rdev = 0x501;
-    for (const SEntry& entry :
-         {FullFile(), MakeFolder(), MakeFile(0, 0), MakeLink(EEntryType::symlink, "../x"),
-          MakeLink(EEntryType::hardLink, "a/b"), MakeEntry(EEntryType::fifo), device,
-          MakeEntry(EEntryType::blockDevice)}) {
+    for (const SEntry& entry : {FullFile(), MakeFolder(), MakeFile(0, 0), MakeLink(EEntryType::symlink, "../x"),
+                                MakeLink(EEntryType::hardLink, "a/b"), MakeEntry(EEntryType::fifo), device,
+                                MakeEntry(EEntryType::blockDevice)}) {
         const CPackedEntry packed(entry);
         EXPECT_EQ(packed.Unpack(), entry);
         EXPECT_EQ(packed.GetType(), entry.type);
@@ -44,28 +43,27 @@ TEST(EntryCodec, EveryTypeComesBack) {
 
 TEST(EntryCodec, BytesOfAFolder) {
     EXPECT_EQ(HexOf(CPackedEntry(MakeFolder()).GetBytes()),
-              "01"                      // folder
-              "00"                      // no optional field
-              "ed03" "e807" "e807"      // 0755, owner and group 1000
-              "80c49fd50c" "959aef3a"   // 1700000000 s, 123456789 ns
-              "82c49fd50c" "00"         // 1700000001 s
-              "8110" "e724");           // device 2049, inode 4711
+              Hex("01"                   // folder
+                  "00"                   // no optional field
+                  "ed03 e807 e807"       // 0755, owner and group 1000
+                  "80c49fd50c 959aef3a"  // 1700000000 s, 123456789 ns
+                  "82c49fd50c 00"        // 1700000001 s
+                  "8110 e724"));         // device 2049, inode 4711
 }
 
 TEST(EntryCodec, BytesOfAFullFile) {
     EXPECT_EQ(HexOf(CPackedEntry(FullFile()).GetBytes()),
-              "02" "e701"                                 // file; recheck, btime, size, xattrs, segments, digest
-              "a403" "e807" "e807"                        // 0644
-              "80c49fd50c" "959aef3a" "82c49fd50c" "00"   // modified, changed
-              "8110" "e724"                               // device, inode
-              "09" "07"                                   // born at -5 s, 7 ns
-              "8827"                                      // 5000 bytes
-              "02" "06757365722e61" "020078" "06757365722e62" "00"
-              "03"                                        // segments
-              "00" "d00f" "64"                            // at 0: stream +1000, 100 bytes
-              "00" "00" "32"                              // goes on, 50 bytes
-              "8a1e" "d311" "e807"                        // 3850 later: stream 1130 back, 1000 bytes
-              + ShaOf(1).ToAStr());
+              Hex("02 e701"                            // file; recheck, btime, size, xattrs, segments, digest
+                  "a403 e807 e807"                     // 0644
+                  "80c49fd50c 959aef3a 82c49fd50c 00"  // modified, changed
+                  "8110 e724"                          // device, inode
+                  "09 07"                              // born at -5 s, 7 ns
+                  "8827"                               // 5000 bytes
+                  "02 06757365722e61 020078 06757365722e62 00 03"  // segments
+                  "00 d00f 64"                                     // at 0: stream +1000, 100 bytes
+                  "00 00 32"                                       // goes on, 50 bytes
+                  "8a1e d311 e807"                                 // 3850 later: stream 1130 back, 1000 bytes
+                  + ShaOf(1).ToAStr()));
 }
 
 TEST(EntryCodec, RefusesWhatATypeDoesNotHave) {
@@ -92,28 +90,47 @@ TEST(EntryCodec, RefusesImpossibleValues) {
               "a link's target has a NUL");
     EXPECT_EQ(Refusal(MakeLink(EEntryType::hardLink, "x"), [](SEntry& e) { e.target = "../x"; }),
               "path '../x' has an element '..'");
-    EXPECT_EQ(Refusal(MakeFolder(), [](SEntry& e) { e.xattrs = {{"", "x"}}; }),
+    EXPECT_EQ(Refusal(MakeFolder(),
+                      [](SEntry& e) {
+                          e.xattrs = {{"", "x"}};
+                      }),
               "an extended attribute has no proper name");
-    EXPECT_EQ(Refusal(MakeFolder(), [](SEntry& e) { e.xattrs = {{std::string("a\0", 2), "x"}}; }),
+    EXPECT_EQ(Refusal(MakeFolder(),
+                      [](SEntry& e) {
+                          e.xattrs = {{std::string("a\0", 2), "x"}};
+                      }),
               "an extended attribute has no proper name");
 }
 
 TEST(EntryCodec, RefusesSegmentsThatDoNotFit) {
     const SEntry file = MakeFile(0, 100);
     EXPECT_EQ(Refusal(file, [](SEntry& e) { e.segments = {{0, 0, 0}}; }), "a segment is empty");
-    EXPECT_EQ(Refusal(file, [](SEntry& e) { e.segments = {{0, 0, 10}, {9, 50, 1}}; }),
+    EXPECT_EQ(Refusal(file,
+                      [](SEntry& e) {
+                          e.segments = {{0, 0, 10}, {9, 50, 1}};
+                      }),
               "segments overlap or are out of order at 9");
-    EXPECT_EQ(Refusal(file, [](SEntry& e) { e.segments = {{50, 0, 10}, {0, 50, 1}}; }),
+    EXPECT_EQ(Refusal(file,
+                      [](SEntry& e) {
+                          e.segments = {{50, 0, 10}, {0, 50, 1}};
+                      }),
               "segments overlap or are out of order at 0");
-    EXPECT_EQ(Refusal(file, [](SEntry& e) { e.segments = {{1, 0, 100}}; }),
+    EXPECT_EQ(Refusal(file,
+                      [](SEntry& e) {
+                          e.segments = {{1, 0, 100}};
+                      }),
               "a segment of 100 bytes at 1 leaves the file of 100");
-    EXPECT_EQ(Refusal(file, [](SEntry& e) { e.segments = {{~std::uint64_t{0}, 0, 2}}; }),
+    EXPECT_EQ(Refusal(file,
+                      [](SEntry& e) {
+                          e.segments = {{~std::uint64_t{0}, 0, 2}};
+                      }),
               "a segment of 2 bytes at 18446744073709551615 leaves the file of 100");
 }
 
 /// The bytes of a folder up to its optional fields, then `rest`; `fields` is one byte.
 std::string Unpacked(std::string_view type, std::string_view fields, std::string_view rest) {
-    const std::string bytes = BytesOf(std::string(type) + std::string(fields) + "000000" "0000" "0000" "0000" + std::string(rest));
+    const std::string bytes =
+        BytesOf(std::string(type) + std::string(fields) + "000000 0000 0000 0000" + std::string(rest));
     return FailureOf([&] { (void)CPackedEntry::FromBytes(bytes).Unpack(); });
 }
 
@@ -132,7 +149,7 @@ TEST(EntryCodec, RefusesBytesThatAreNoEntry) {
 
 TEST(EntryCodec, ClaimedCountsAllocateNothing) {
     // 2^63 segments, 2^63 attributes.
-    EXPECT_EQ(Unpacked("02", "44", "01" "80808080808080808001" "00"), "1 bytes are expected where 0 are left");
+    EXPECT_EQ(Unpacked("02", "44", "01 80808080808080808001 00"), "1 bytes are expected where 0 are left");
     EXPECT_EQ(Unpacked("02", "20", "80808080808080808001"), "1 bytes are expected where 0 are left");
 }
 

@@ -24,8 +24,8 @@ inline std::string AssembleFile(SMetaHeader header, const std::vector<std::strin
     std::string banks;
     for (const auto& plain : plainBanks) {
         SStoredBank stored = StoreBank(plain);
-        header.banks.push_back({headerSize + banks.size(), stored.bytes.size(), plain.size(), stored.codec,
-                                digest::Sha256(stored.bytes)});
+        header.banks.push_back(
+            {headerSize + banks.size(), stored.bytes.size(), plain.size(), stored.codec, digest::Sha256(stored.bytes)});
         banks += stored.bytes;
     }
     return SerializeHeader(header) + banks;

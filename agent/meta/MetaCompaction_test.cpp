@@ -19,8 +19,7 @@ protected:
     SMetaLayout Write(SMetaChanges changes) {
         std::optional<std::string> old = Path();
         ++version_;
-        return WriteMeta({version_ == 1 ? std::nullopt : old, Path(), storageId, version_}, state_,
-                         std::move(changes));
+        return WriteMeta({version_ == 1 ? std::nullopt : old, Path(), storageId, version_}, state_, std::move(changes));
     }
     std::string Path() const { return dir_ / std::to_string(version_); }
 

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "agent/meta/FileExtent.h"
 #include "agent/meta/MetaAssembly.h"
@@ -143,9 +146,7 @@ TEST_F(MetaFile, PartsAreBanks) {
 TEST_F(MetaFile, RefusesATargetThatDoesNotFit) {
     WriteMeta(First(), state_, SmallChanges());
     const std::string bytes = ReadFileBytes(dir_ / "1");
-    const auto refusal = [&](const SMetaTarget& target) {
-        return FailureOf([&] { WriteMeta(target, state_, {}); });
-    };
+    const auto refusal = [&](const SMetaTarget& target) { return FailureOf([&] { WriteMeta(target, state_, {}); }); };
     const std::string prefix = "Cannot write metadata file '" + (dir_ / "2") + "': ";
     SMetaTarget target = Next(2);
     target.version = 0;
@@ -195,6 +196,41 @@ TEST_F(MetaFile, ADamagedOldFileIsNotCarriedAlong) {
     EXPECT_THROW(ReadFileBytes(dir_ / "2"), posix::CPosixExc);
 }
 
+/// Files of this process cannot grow beyond the limit while it lives.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t size) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{size, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, signal_);
+    }
+
+private:
+    rlimit before_{};
+    void (*signal_)(int);
+};
+
+TEST_F(MetaFile, ADiskThatTakesNoMoreLeavesNoFile) {
+    WriteMeta(First(), state_, SmallChanges());
+    SMetaChanges changes;
+    changes.Put("new", MakeFile(0, 1));
+    std::string failure;
+    {
+        const FileSizeLimit limit(util::fs_file_size(dir_ / "1") + 1);
+        failure = FailureOf([&] { WriteMeta(Next(2), state_, changes); });
+    }
+    EXPECT_EQ(failure,
+              "Cannot write metadata file '" + (dir_ / "2") + "': Cannot write '" + (dir_ / "2") + "': File too large");
+    EXPECT_THROW(ReadFileBytes(dir_ / "2"), posix::CPosixExc);
+    EXPECT_TRUE(IsIntact(dir_ / "1", 1));
+}
+
 TEST_F(MetaFile, ALeftoverUnderTheNewNameIsReplaced) {
     WriteFileBytes(dir_ / "1", std::string(100'000, 'x'));
     WriteMeta(First(), state_, SmallChanges());
@@ -237,9 +273,9 @@ TEST_F(MetaFile, AnExtentGoesOnReadingItsFile) {
 }
 
 TEST_F(MetaFile, FailuresNameTheFile) {
-    EXPECT_EQ(FailureOf([&] { (void)ReadMeta(dir_ / "none"); }),
-              "Cannot read metadata file '" + (dir_ / "none") + "': Cannot open '" + (dir_ / "none") +
-                  "': No such file or directory");
+    EXPECT_EQ(FailureOf([&] { (void)ReadMeta(dir_ / "none"); }), "Cannot read metadata file '" + (dir_ / "none") +
+                                                                     "': Cannot open '" + (dir_ / "none") +
+                                                                     "': No such file or directory");
     WriteFileBytes(dir_ / "text", "hello");
     EXPECT_EQ(FailureOf([&] { (void)ReadMetaHeader(dir_ / "text"); }),
               "Cannot read metadata file '" + (dir_ / "text") + "': it is no metadata file");

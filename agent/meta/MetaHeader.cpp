@@ -77,8 +77,8 @@ void GetBanks(CByteCursor& cursor, SMetaHeader& header, std::uint32_t count) {
             exc::RegenTraceExc(failure, "row %1 of the bank table", i);
         }
         if (header.banks.back().offset != end) {
-            throw exc::CRuntimeExc("bank %1 is at %2 where the one before it ends at %3", i,
-                                   header.banks.back().offset, end);
+            throw exc::CRuntimeExc("bank %1 is at %2 where the one before it ends at %3", i, header.banks.back().offset,
+                                   end);
         }
         end += header.banks.back().storedSize;
     }

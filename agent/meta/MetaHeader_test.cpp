@@ -52,16 +52,15 @@ TEST(MetaHeader, BytesAreAsDocumented) {
     SMetaHeader header = SmallHeader();
     const std::string bytes = SerializeHeader(header);
     std::string expected = BytesOf(
-        "43424d4554410d0a" "01000000" "00200000" "00000000" "00000000"  // magic, version, size, flags, encryption
-        "00000000000000000000000000000000"                              // key set
-        "0123456789abcdef0123456789abcdef"                              // storage
-        "0700000000000000" "0600000000000000" "8967452301000000"        // versions, stream's end
-        "0a00000000000000" "0300000000000000" "0200000000000000" "0400000000000000" "02000000");
+        "43424d4554410d0a 01000000 00200000 00000000"
+        "00000000"                                            // magic, version, size, flags, encryption
+        "00000000000000000000000000000000"                    // key set
+        "0123456789abcdef0123456789abcdef"                    // storage
+        "0700000000000000 0600000000000000 8967452301000000"  // versions, stream's end
+        "0a00000000000000 0300000000000000 0200000000000000 0400000000000000 02000000");
     expected.resize(480);
-    expected += BytesOf("0020000000000000" "6400000000000000" "6400000000000000" "0000000000000000" +
-                        ShaOf(1).ToAStr() +
-                        "6420000000000000" "3200000000000000" "2c01000000000000" "0100000000000000" +
-                        ShaOf(2).ToAStr());
+    expected += BytesOf("0020000000000000 6400000000000000 6400000000000000 0000000000000000" + ShaOf(1).ToAStr() +
+                        "6420000000000000 3200000000000000 2c01000000000000 0100000000000000" + ShaOf(2).ToAStr());
     expected.resize(8160);
     EXPECT_EQ(HexOf(bytes.substr(0, 8160)), HexOf(expected));
     EXPECT_EQ(HexOf(bytes.substr(8160)), digest::Sha256(expected).ToAStr());
@@ -112,8 +111,7 @@ TEST(MetaHeader, RefusesImpossibleBanks) {
               "row 1 of the bank table: a bank of 1073741825 bytes, stored as 50, is not possible");
     EXPECT_EQ(RefusalAt(560, "810c01"), "row 1 of the bank table: 50 stored bytes claim to hold 68737");
     EXPECT_EQ(RefusalAt(568, "02"), "row 1 of the bank table: bank codec 2 is not known");
-    EXPECT_EQ(RefusalAt(568, "00"),
-              "row 1 of the bank table: a plain bank of 300 bytes cannot be stored as 50");
+    EXPECT_EQ(RefusalAt(568, "00"), "row 1 of the bank table: a plain bank of 300 bytes cannot be stored as 50");
     // A row more than there are.
     EXPECT_EQ(RefusalAt(112, "03"), "row 2 of the bank table: a bank of 0 bytes, stored as 0, is not possible");
 }

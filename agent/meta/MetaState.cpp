@@ -21,9 +21,7 @@ void SMetaChanges::Put(const std::string& path, const SEntry& entry) {
     entries.insert_or_assign(path, CPackedEntry(entry));
 }
 
-bool SMetaChanges::IsEmpty() const {
-    return blocks.empty() && chunks.empty() && entries.empty() && removed.empty();
-}
+bool SMetaChanges::IsEmpty() const { return blocks.empty() && chunks.empty() && entries.empty() && removed.empty(); }
 
 std::optional<SEntry> CMetaState::Find(std::string_view path) const {
     const auto found = entries_.find(path);
@@ -33,7 +31,7 @@ std::optional<SEntry> CMetaState::Find(std::string_view path) const {
     return found->second.Unpack();
 }
 
-std::ranges::subrange<packed_entries_t::const_iterator> CMetaState::EntriesAt(std::string_view path) const {
+CEntryRange CMetaState::EntriesAt(std::string_view path) const {
     if (path.empty()) {
         return {entries_.begin(), entries_.end()};
     }

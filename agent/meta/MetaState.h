@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <ranges>
 #include <set>
 #include <span>
 #include <string>
@@ -22,6 +21,20 @@ using cloudbackuplib::backup::SBlockExternalId;
 
 /// Entries by their paths, in the order of a walk.
 using packed_entries_t = std::map<std::string, CPackedEntry, SPathLess>;
+
+/// A run of entries that stand together.
+class CEntryRange {
+public:
+    using iterator = packed_entries_t::const_iterator;
+
+    CEntryRange(iterator begin, iterator end) : begin_(begin), end_(end) {}
+    [[nodiscard]] iterator begin() const { return begin_; }
+    [[nodiscard]] iterator end() const { return end_; }
+
+private:
+    iterator begin_;
+    iterator end_;
+};
 
 /// What one run changes in a storage's metadata.
 struct SMetaChanges {
@@ -64,7 +77,7 @@ public:
 
     [[nodiscard]] std::optional<SEntry> Find(std::string_view path) const;
     /// The entry of the path and all that lie under it, in the order of a walk.
-    [[nodiscard]] std::ranges::subrange<packed_entries_t::const_iterator> EntriesAt(std::string_view path) const;
+    [[nodiscard]] CEntryRange EntriesAt(std::string_view path) const;
     /// The chunks that hold any of the bytes; without gaps for a segment of an entry.
     [[nodiscard]] std::span<const SChunk> FindChunks(std::uint64_t streamOffset, std::uint64_t length) const;
 

@@ -41,6 +41,9 @@ inline std::string HexOf(std::string_view bytes) {
     return hex;
 }
 
+/// Hexadecimal text without the blanks that make it readable.
+inline std::string Hex(std::string_view spaced) { return HexOf(BytesOf(spaced)); }
+
 inline std::string ReadFileBytes(const std::string& path) {
     std::string bytes(util::fs_file_size(path), '\0');
     EXPECT_EQ(posix::posix_file_t::Open4Read(path).Read(bytes.data(), bytes.size()), bytes.size());

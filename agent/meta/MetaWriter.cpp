@@ -32,11 +32,13 @@ public:
     }
 
     SMetaLayout Write(SMetaChanges&& changes) {
-        const bool appended = target_.oldPath.has_value() && Append(std::move(changes));
+        bool appended = false;
+        if (target_.oldPath) {
+            appended = Append(std::move(changes));
+        } else {
+            Apply(std::move(changes));
+        }
         if (!appended) {
-            if (!target_.oldPath) {
-                Apply(std::move(changes));
-            }
             Rewrite();
         }
         // The header comes last: a file that is cut off while it is written has none.

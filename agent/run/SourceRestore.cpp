@@ -48,7 +48,8 @@ bool CSourceRestore::Try(const std::string& path, const Action& action) {
 }
 
 void CSourceRestore::MakeFolders() {
-    for (const auto& [path, entry] : plan_.folders) {
+    for (const auto& folder : plan_.folders) {
+        const std::string& path = folder.first;
         statistics_.folders += Try(path, [&] { target_.MakeFolder(TargetPath(path)); }) ? 1U : 0U;
     }
     if (plan_.folders.empty()) {  // the root is a single file
@@ -144,8 +145,9 @@ void CSourceRestore::RestoreCopies() {
 }
 
 void CSourceRestore::RestoreOthers() {
-    for (const auto& [path, entry] : plan_.others) {
-        statistics_.others += Try(path, [&] { RestoreOther(TargetPath(path), entry); }) ? 1U : 0U;
+    for (const auto& other : plan_.others) {
+        const auto restore = [&] { RestoreOther(TargetPath(other.first), other.second); };
+        statistics_.others += Try(other.first, restore) ? 1U : 0U;
     }
 }
 
@@ -162,8 +164,7 @@ void CSourceRestore::RestoreOther(const std::string& path, const SEntry& entry) 
 /// Deepest first: giving a folder its times and its mode comes after everything in it.
 void CSourceRestore::FinishFolders() {
     for (auto folder = plan_.folders.rbegin(); folder != plan_.folders.rend(); ++folder) {
-        const auto& [path, entry] = *folder;
-        Try(path, [&, &path = path, &entry = entry] { target_.FinishFolder(TargetPath(path), entry); });
+        Try(folder->first, [&] { target_.FinishFolder(TargetPath(folder->first), folder->second); });
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -127,6 +128,18 @@ CB_EXPORT ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t
                : ::syscall(SYS_copy_file_range, from, fromOffset, to, toOffset, size, flags);
 }
 
+CB_EXPORT int flock(int fd, int operation) noexcept {
+    const bool waits = (operation & LOCK_NB) == 0;
+    return IsMadeToFail(waits ? "lock" : "trylock", {PathOfFd(fd)})
+               ? -1
+               : static_cast<int>(::syscall(SYS_flock, fd, operation));
+}
+
+CB_EXPORT int unlinkat(int folder, const char* name, int flags) noexcept {
+    return IsMadeToFail("unlink", {At(folder, name)}) ? -1
+                                                      : static_cast<int>(::syscall(SYS_unlinkat, folder, name, flags));
+}
+
 }  // extern "C"
 
 namespace clients::directory {
@@ -193,10 +206,33 @@ TEST_F(DirectorySync, FolderMadeAnewIsSyncedAnew) {
               (calls_t{"mkdir /a", "fsync /", "write TEMP", "fsync TEMP", "rename TEMP /a/object", "fsync /a"}));
 }
 
-TEST_F(DirectorySync, TempFolderNeedsNoSync) {
+TEST_F(DirectorySync, OwnTempFolderIsMadeAndLockedUnderTheTempFoldersLockAndNotSynced) {
     EXPECT_EQ(CallsOf([&] { Upload(client_, "object", "x"); }),
-              (calls_t{"mkdir /.cloudbackup-tmp", "mkdir TEMPDIR", "write TEMP", "fsync TEMP", "rename TEMP /object",
-                       "fsync /"}));
+              (calls_t{"mkdir /.cloudbackup-tmp", "lock /.cloudbackup-tmp", "mkdir TEMPDIR", "trylock TEMPDIR",
+                       "write TEMP", "fsync TEMP", "rename TEMP /object", "fsync /"}));
+}
+
+TEST_F(DirectorySync, LeftoversAreSweptUnderTheTempFoldersLock) {
+    fs::create_directories(root_.In(".cloudbackup-tmp/dead"));
+    WritePlain(root_.In(".cloudbackup-tmp/dead/0"), "unfinished");
+    EXPECT_EQ(CallsOf([&] { const CDirectoryClient next(root_.GetPath()); }),
+              (calls_t{"lock /.cloudbackup-tmp", "trylock TEMPDIR", "unlink TEMP", "unlink TEMPDIR"}));
+}
+
+TEST_F(DirectorySync, WhatIsLockedIsNotSwept) {
+    const auto stream = client_.StartUpload("object", 1);
+    EXPECT_EQ(CallsOf([&] { const CDirectoryClient next(root_.GetPath()); }),
+              (calls_t{"lock /.cloudbackup-tmp", "trylock TEMPDIR"}));
+}
+
+TEST_F(DirectorySync, LeftoversThatCannotBeDeletedDoNotKeepTheStoreShut) {
+    fs::create_directories(root_.In(".cloudbackup-tmp/dead"));
+    WritePlain(root_.In(".cloudbackup-tmp/dead/0"), "unfinished");
+    EXPECT_EQ(FailureWith("unlink TEMP", EIO, [&] { const CDirectoryClient next(root_.GetPath()); }), "no failure");
+    EXPECT_EQ(FailureWith("lock /.cloudbackup-tmp", ENOLCK, [&] { const CDirectoryClient next(root_.GetPath()); }),
+              "no failure");
+    EXPECT_EQ(FailureWith("lock /.cloudbackup-tmp", ENOLCK, [&] { Upload(client_, "object", "x"); }),
+              "transient|UploadFile 'object': the file system is busy");
 }
 
 TEST_F(DirectorySync, StreamsAndCopiesKeepTheSameOrder) {

@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
-#include <sys/file.h>
+#include <unistd.h>
 
+#include <array>
 #include <filesystem>
-#include <latch>
 #include <thread>
 
 #include "clients/directory/DirectoryClient.h"
 #include "clients/directory/TestRoot.h"
-#include "common/posix.h"
 
 namespace clients::directory {
 namespace {
@@ -96,47 +95,57 @@ TEST_F(DirectoryTempArea, SecondClientLeavesTheFirstOnesFilesAlone) {
     EXPECT_EQ(Download(first, "b"), "second");
 }
 
-TEST_F(DirectoryTempArea, ClientOfAnotherProcessIsLeftAloneUntilItDies) {
-    CDirectoryClient first(root_.GetPath());
-    const auto stream = first.StartUpload("a", 3);
-    EXPECT_EQ(InChild([&] {
-                  CDirectoryClient other(root_.GetPath());
-                  return CountTempFiles() == 1 ? "" : "swept";
-              }),
-              "");
-    EXPECT_EQ(InChild([&] {
-                  CDirectoryClient dying(root_.GetPath());
-                  const auto lost = dying.StartUpload("b", 3);
-                  const auto count = CountTempFiles();
-                  ::_exit(count == 2 ? 0 : 1);  // as a crash does: no destructor runs
-                  return "";
-              }),
-              "");
-    EXPECT_EQ(CountTempFiles(), 2U);
-    const CDirectoryClient next(root_.GetPath());
-    EXPECT_EQ(CountTempFiles(), 1U);
-    stream->Write(std::string_view("abc"));
-    stream->Finish();
-    EXPECT_EQ(ReadPlain(root_.In("a")), "abc");
-}
+/// Lets one process wait for another's word.
+class CSignal {
+public:
+    CSignal() { EXPECT_EQ(::pipe(ends_.data()), 0); }
+    CSignal(const CSignal&) = delete;
+    CSignal& operator=(const CSignal&) = delete;
+    ~CSignal() {
+        ::close(ends_[0]);
+        ::close(ends_[1]);
+    }
+    void Give() const { EXPECT_EQ(::write(ends_[1], "x", 1), 1); }
+    void Await() const {
+        char word = 0;
+        EXPECT_EQ(::read(ends_[0], &word, 1), 1);
+    }
 
-TEST_F(DirectoryTempArea, SweepWaitsForWhoeverHoldsTheTempFolder) {
-    // Between making its sub-folder and locking it a client holds the temp folder's lock; only that keeps another from
-    // sweeping it.
-    fs::create_directories(temp_ + "/just-made");
-    posix::posix_file_t held = posix::posix_file_t::Open4Read(temp_);
-    ASSERT_EQ(::flock(held.GetFd(), LOCK_EX), 0);
-    std::latch opening(1);
-    std::thread opener([&] {
-        opening.count_down();
-        const CDirectoryClient client(root_.GetPath());
-    });
-    opening.wait();
-    posix::posix_file_t made = posix::posix_file_t::Open4Read(temp_ + "/just-made");
-    ASSERT_EQ(::flock(made.GetFd(), LOCK_EX | LOCK_NB), 0);
-    ASSERT_EQ(::flock(held.GetFd(), LOCK_UN), 0);
-    opener.join();
-    EXPECT_TRUE(fs::exists(temp_ + "/just-made"));
+private:
+    std::array<int, 2> ends_{};
+};
+
+TEST_F(DirectoryTempArea, ClientOfAnotherProcessIsLeftAloneUntilItDies) {
+    EXPECT_EQ(InChild([&]() -> std::string {
+                  CDirectoryClient dying(root_.GetPath());
+                  const auto lost = dying.StartUpload("lost", 3);
+                  ::_exit(0);  // as a crash does: no destructor runs
+              }),
+              "");
+    EXPECT_EQ(CountTempFiles(), 1U);
+
+    const CSignal started;
+    const CSignal goOn;
+    const auto other = [&]() -> std::string {
+        CDirectoryClient client(root_.GetPath());
+        const auto sweptFirst = CountAreas();
+        const auto stream = client.StartUpload("a", 3);
+        started.Give();
+        goOn.Await();
+        stream->Write(std::string_view("abc"));
+        stream->Finish();
+        return sweptFirst == 0 ? "" : "the dead one's files were left";
+    };
+    EXPECT_EQ(InChild(other,
+                      [&] {
+                          started.Await();
+                          CDirectoryClient client(root_.GetPath());
+                          EXPECT_EQ(CountTempFiles(), 1U);
+                          goOn.Give();
+                      }),
+              "");
+    EXPECT_EQ(ReadPlain(root_.In("a")), "abc");
+    EXPECT_EQ(CountAreas(), 0U);
 }
 
 TEST_F(DirectoryTempArea, ManyClientsOpenWriteAndCloseAtOnce) {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ranges>
 #include <string_view>
 
 namespace clients::directory {
@@ -156,11 +155,11 @@ void DeleteTree(const CBeneathRoot& root, const std::string& relative, progress:
         folders.push_back(folder);
         DeleteEntries(content, folder, deleted);
     });
-    for (const auto& folder : std::views::reverse(folders)) {
+    std::for_each(folders.rbegin(), folders.rend(), [&](const std::string& folder) {
         if (!folder.empty()) {
             DeleteEmptyFolder(root, folder);
         }
-    }
+    });
 }
 
 STreeTotals CountTree(const CBeneathRoot& root, const std::string& relative) {

@@ -46,7 +46,9 @@ void WritePlain(const std::string& path, std::string_view content);
 
 /// Runs `action` in a child process and gives what went wrong there: what it returned or threw, or how the child died.
 /// Empty when all went well. For what changes the process for good: mounts, users, limits, filters of system calls.
-[[nodiscard]] std::string InChild(const std::function<std::string()>& action);
+/// `meanwhile` runs in this process while the child does.
+[[nodiscard]] std::string InChild(const std::function<std::string()>& action,
+                                  const std::function<void()>& meanwhile = {});
 
 /// For a child process: its own mount table, in which a file system in memory of the given size stands on `folder`.
 /// Throws when the system allows neither root nor a user namespace to do so.

@@ -81,8 +81,9 @@ task::task_ptr CMemoryClient::DownloadFileAsync(const std::string& path, buffer_
 
 task::task_ptr CMemoryClient::UploadFileAsync(const std::string& path, buffer_ptr data) {
     Record("UploadFile", path);
-    return task::RunNow(
-        [&] { store_->Put({"UploadFile", path}, std::make_shared<const CMemoryStore::content_t>(*data)); });
+    return task::RunNow([&] {
+        store_->Put({"UploadFile", path}, std::make_shared<const CMemoryStore::content_t>(*data));
+    });
 }
 
 task::task_ptr CMemoryClient::CopyFileAsync(const std::string& sourcePath, const std::string& targetPath) {
@@ -161,8 +162,7 @@ std::shared_ptr<cloudclientlib::IDownloadStream> CMemoryClient::StartDownload(co
     return std::make_shared<CMemoryDownload>(store_->Read({"StartDownload", path}));
 }
 
-std::shared_ptr<cloudclientlib::IUploadStream> CMemoryClient::StartUpload(const std::string& path,
-                                                                          unsigned long size) {
+std::shared_ptr<cloudclientlib::IUploadStream> CMemoryClient::StartUpload(const std::string& path, unsigned long size) {
     Record("StartUpload", path);
     return std::make_shared<CMemoryUpload>(store_, SMemoryPath("StartUpload", path), size);
 }

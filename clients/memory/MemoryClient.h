@@ -23,7 +23,7 @@ struct SMemoryOptions {
     bool recordCalls = false;
     /// When objects are written; empty for a clock that starts one second after its epoch and goes on by a second at
     /// each write.
-    std::function<std::chrono::system_clock::time_point()> clock;
+    std::function<std::chrono::system_clock::time_point()> clock = {};
 };
 
 /// One call of a client, as the caller made it.
@@ -33,7 +33,7 @@ struct SCall {
     /// Empty for an operation without one.
     std::string path;
     /// The target of a copy.
-    std::string target;
+    std::string target = {};
 
     bool operator==(const SCall&) const = default;
 };
@@ -41,9 +41,9 @@ struct SCall {
 /// A client that keeps its store in memory: for tests and examples.
 ///
 /// Deterministic: every operation runs in the caller's thread and is done when the call returns, and listings are in
-/// the order of names. Folders stay until they are deleted. MD5 digests are recorded. Safe from any thread; the progress
-/// of a deletion is told outside the lock. The store lives as long as one client or stream uses it. Fails as the
-/// contract says, never by itself.
+/// the order of names. Folders stay until they are deleted. MD5 digests are recorded. Safe from any thread; the
+/// progress of a deletion is told outside the lock. The store lives as long as one client or stream uses it. Fails as
+/// the contract says, never by itself.
 class CMemoryClient : public cloudclientlib::ICloudClient {
 public:
     explicit CMemoryClient(SMemoryOptions options = {});

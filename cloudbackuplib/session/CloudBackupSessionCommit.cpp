@@ -92,7 +92,7 @@ std::shared_ptr<checkpoint::CCloudCheckpoint> CCloudBackupSession::CreateCheckpo
                            backup_->GetBackupId());
     CheckNotReadOnly();
     const cache::CCacheLock lock(cache_);
-    const auto checkpoint = backup_->CreateCheckpoint(CollectChanges(dxrContent, dxrContentLongTerm));
+    auto checkpoint = backup_->CreateCheckpoint(CollectChanges(dxrContent, dxrContentLongTerm));
     storages_ = StoragesById(*checkpoint);
     checkpoint_ = checkpoint;
     scope.Ok();

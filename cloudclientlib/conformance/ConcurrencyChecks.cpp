@@ -194,8 +194,7 @@ void WorkAlone(ICloudClient& client, std::size_t thread, std::size_t rounds) {
 void ThreadsDoNotDisturbEachOther(CContext& context) {
     std::vector<action_t> actions;
     for (std::size_t thread = 0; thread < 6; ++thread) {
-        actions.emplace_back(
-            [&context, thread] { WorkAlone(context.Client(), thread, context.Settings().rounds); });
+        actions.emplace_back([&context, thread] { WorkAlone(context.Client(), thread, context.Settings().rounds); });
     }
     RunTogether(actions);
 }

@@ -81,9 +81,8 @@ SResult RunCheck(const SCheck& check, const factory_t& factory, const SSettings&
     const bool mustFail = check.deviation != nullptr && settings.deviations.*check.deviation;
     if (mustFail) {
         return text.empty()
-                   ? SResult{EOutcome::failed,
-                             "the client keeps this promise: the deviation '" + std::string(Name(check.deviation)) +
-                                 "' must not be declared"}
+                   ? SResult{EOutcome::failed, "the client keeps this promise: the deviation '" +
+                                                   std::string(Name(check.deviation)) + "' must not be declared"}
                    : SResult{EOutcome::deviated, std::move(text)};
     }
     return {text.empty() ? EOutcome::passed : EOutcome::failed, std::move(text)};

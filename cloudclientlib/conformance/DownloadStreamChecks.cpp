@@ -5,7 +5,7 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = 1024 * 1024;
+constexpr std::size_t mebibyte = std::size_t{1} << 20U;
 
 void RoundTrip(CContext& context, std::size_t size, std::size_t piece) {
     const bytes_t bytes = MakeBytes(context.Settings().seed + size, size);
@@ -83,7 +83,8 @@ void StreamOfReplacedObject(CContext& context) {
     for (const std::size_t size : {0UL, 5000UL, mebibyte, 2 * mebibyte}) {
         const bytes_t after = MakeBytes(2, size);
         for (const bool isStarted : {false, true}) {
-            ReadWhileChanging(context, isStarted, [&] { Upload(context.Client(), "object", after); }, after);
+            ReadWhileChanging(
+                context, isStarted, [&] { Upload(context.Client(), "object", after); }, after);
         }
     }
 }

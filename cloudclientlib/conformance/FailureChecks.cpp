@@ -43,15 +43,15 @@ void NothingIsFoundUnderObject(CContext& context) {
 
 void FailureNamesPathAsGiven(CContext& context) {
     const std::string path = "/missing//object";
-    const auto failure = FailureOf("a download of '" + path + "'",
-                                   [&] { static_cast<void>(Download(context.Client(), path)); });
+    const auto failure =
+        FailureOf("a download of '" + path + "'", [&] { static_cast<void>(Download(context.Client(), path)); });
     ExpectEqual(failure.GetPath(), path, "the path of the failure");
-    const auto copy = FailureOf("a copy of '" + path + "'",
-                                [&] { context.Client().CopyFileAsync(path, "target")->Wait(); });
+    const auto copy =
+        FailureOf("a copy of '" + path + "'", [&] { context.Client().CopyFileAsync(path, "target")->Wait(); });
     ExpectEqual(copy.GetPath(), path, "the path of a failed copy");
     const std::string invalid = "folder/../object";
-    const auto refused = FailureOf("a download of '" + invalid + "'",
-                                   [&] { static_cast<void>(Download(context.Client(), invalid)); });
+    const auto refused =
+        FailureOf("a download of '" + invalid + "'", [&] { static_cast<void>(Download(context.Client(), invalid)); });
     ExpectEqual(refused.GetPath(), invalid, "the path of a refusal");
 }
 
@@ -78,8 +78,7 @@ void NothingIsWrittenUnderObject(CContext& context) {
     ExpectConflict(context, "an upload deep under an object", [&] { Upload(client, "folder/object/x/y", {}); });
     ExpectConflict(context, "a copy under an object",
                    [&] { client.CopyFileAsync("other", "folder/object/x")->Wait(); });
-    ExpectConflict(context, "a streamed upload under an object",
-                   [&] { StreamUp(client, "folder/object/x", {}, 10); });
+    ExpectConflict(context, "a streamed upload under an object", [&] { StreamUp(client, "folder/object/x", {}, 10); });
     ExpectConflict(context, "a folder created under an object",
                    [&] { client.CreateFolderAsync("folder/object/x")->Wait(); });
     ExpectConflict(context, "a folder created onto an object",
@@ -99,18 +98,17 @@ void RootCannotBeAnObject(CContext& context) {
 }  // namespace
 
 void AddFailureChecks(checks_t& checks) {
-    checks.insert(checks.end(), {
-                                    {"MissingObjectIsNotFound", MissingObjectIsNotFound},
-                                    {"FolderIsNotFoundAsObject", FolderIsNotFoundAsObject},
-                                    {"NothingIsFoundUnderObject", NothingIsFoundUnderObject},
-                                    {"FailureNamesPathAsGiven", FailureNamesPathAsGiven,
-                                     &SDeviations::failuresNameInnerPaths},
-                                    {"ObjectCannotReplaceFolder", ObjectCannotReplaceFolder,
-                                     &SDeviations::objectAndFolderShareAPath},
-                                    {"NothingIsWrittenUnderObject", NothingIsWrittenUnderObject,
-                                     &SDeviations::objectAndFolderShareAPath},
-                                    {"RootCannotBeAnObject", RootCannotBeAnObject},
-                                });
+    checks.insert(
+        checks.end(),
+        {
+            {"MissingObjectIsNotFound", MissingObjectIsNotFound},
+            {"FolderIsNotFoundAsObject", FolderIsNotFoundAsObject},
+            {"NothingIsFoundUnderObject", NothingIsFoundUnderObject},
+            {"FailureNamesPathAsGiven", FailureNamesPathAsGiven, &SDeviations::failuresNameInnerPaths},
+            {"ObjectCannotReplaceFolder", ObjectCannotReplaceFolder, &SDeviations::objectAndFolderShareAPath},
+            {"NothingIsWrittenUnderObject", NothingIsWrittenUnderObject, &SDeviations::objectAndFolderShareAPath},
+            {"RootCannotBeAnObject", RootCannotBeAnObject},
+        });
 }
 
 }  // namespace cloudclientlib::conformance

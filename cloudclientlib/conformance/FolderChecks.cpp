@@ -26,7 +26,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    bool isSound_ = true;      // guarded by mutex_, as the rest
+    bool isSound_ = true;  // guarded by mutex_, as the rest
     std::uint64_t done_ = 0;
     std::uint64_t total_ = 0;
 };
@@ -196,26 +196,25 @@ void ObjectCountIsOfAllObjectsUnderPath(CContext& context) {
 }  // namespace
 
 void AddFolderChecks(checks_t& checks) {
-    checks.insert(
-        checks.end(),
-        {
-            {"CreatedFolderExists", CreatedFolderExists, &SDeviations::emptyFoldersDoNotExist},
-            {"CreateFolderCreatesParents", CreateFolderCreatesParents, &SDeviations::emptyFoldersDoNotExist},
-            {"CreateFolderAgainSucceeds", CreateFolderAgainSucceeds},
-            {"FolderExistsWhileObjectsLieInIt", FolderExistsWhileObjectsLieInIt},
-            {"RootIsAFolder", RootIsAFolder},
-            {"DeletedFolderIsGone", DeletedFolderIsGone},
-            {"DeletionSparesNeighbours", DeletionSparesNeighbours},
-            {"DeletionTellsProgress", DeletionTellsProgress},
-            {"DeletionOfMissingFolderSucceeds", DeletionOfMissingFolderSucceeds},
-            {"DeletionOfEmptyFolders", DeletionOfEmptyFolders},
-            {"DeletionOfFolderSparesObject", DeletionOfFolderSparesObject},
-            {"DeletedFolderCanBeFilledAgain", DeletedFolderCanBeFilledAgain},
-            {"DeletionOfRootEmptiesIt", DeletionOfRootEmptiesIt},
-            {"FolderSizeIsOfAllObjectsUnderIt", FolderSizeIsOfAllObjectsUnderIt},
-            {"ObjectCountIsOfAllObjectsUnderPath", ObjectCountIsOfAllObjectsUnderPath,
-             &SDeviations::objectCountIsNotConfined},
-        });
+    checks.insert(checks.end(),
+                  {
+                      {"CreatedFolderExists", CreatedFolderExists, &SDeviations::emptyFoldersDoNotExist},
+                      {"CreateFolderCreatesParents", CreateFolderCreatesParents, &SDeviations::emptyFoldersDoNotExist},
+                      {"CreateFolderAgainSucceeds", CreateFolderAgainSucceeds},
+                      {"FolderExistsWhileObjectsLieInIt", FolderExistsWhileObjectsLieInIt},
+                      {"RootIsAFolder", RootIsAFolder},
+                      {"DeletedFolderIsGone", DeletedFolderIsGone},
+                      {"DeletionSparesNeighbours", DeletionSparesNeighbours},
+                      {"DeletionTellsProgress", DeletionTellsProgress},
+                      {"DeletionOfMissingFolderSucceeds", DeletionOfMissingFolderSucceeds},
+                      {"DeletionOfEmptyFolders", DeletionOfEmptyFolders},
+                      {"DeletionOfFolderSparesObject", DeletionOfFolderSparesObject},
+                      {"DeletedFolderCanBeFilledAgain", DeletedFolderCanBeFilledAgain},
+                      {"DeletionOfRootEmptiesIt", DeletionOfRootEmptiesIt},
+                      {"FolderSizeIsOfAllObjectsUnderIt", FolderSizeIsOfAllObjectsUnderIt},
+                      {"ObjectCountIsOfAllObjectsUnderPath", ObjectCountIsOfAllObjectsUnderPath,
+                       &SDeviations::objectCountIsNotConfined},
+                  });
 }
 
 }  // namespace cloudclientlib::conformance

@@ -89,8 +89,8 @@ void ListMany(CContext& context, std::size_t count) {
     }
     const auto path = [&](std::size_t i) { return "folder/" + names[i]; };
     task::RunWindow(
-        count, client.GetConcurrentTaskLimit(), [&](std::size_t i) { return client.UploadFileAsync(path(i), Share({})); },
-        [](std::size_t) {});
+        count, client.GetConcurrentTaskLimit(),
+        [&](std::size_t i) { return client.UploadFileAsync(path(i), Share({})); }, [](std::size_t) {});
     Upload(client, "folder/sub/object", {});
     names.push_back("sub/");
     ExpectList(client, "folder", names);
@@ -118,19 +118,19 @@ void ListingWhileDeletingWhatIsListed(CContext& context) {
 }  // namespace
 
 void AddListingChecks(checks_t& checks) {
-    checks.insert(checks.end(), {
-                                    {"ListingHasDirectChildren", ListingHasDirectChildren},
-                                    {"ListingOfMissingFolderIsEmpty", ListingOfMissingFolderIsEmpty},
-                                    {"ObjectEntryTellsAll", ObjectEntryTellsAll},
-                                    {"FolderEntryTellsAll", FolderEntryTellsAll},
-                                    {"EntryFollowsObject", EntryFollowsObject},
-                                    {"ListingShowsWritesAtOnce", ListingShowsWritesAtOnce},
-                                    {"ListingWhileDeletingWhatIsListed", ListingWhileDeletingWhatIsListed},
-                                    {"ListingOf300", [](CContext& context) { ListMany(context, 300); }},
-                                    {.name = "ListingOf2500",
-                                     .run = [](CContext& context) { ListMany(context, 2500); },
-                                     .large = true},
-                                });
+    checks.insert(
+        checks.end(),
+        {
+            {"ListingHasDirectChildren", ListingHasDirectChildren},
+            {"ListingOfMissingFolderIsEmpty", ListingOfMissingFolderIsEmpty},
+            {"ObjectEntryTellsAll", ObjectEntryTellsAll},
+            {"FolderEntryTellsAll", FolderEntryTellsAll},
+            {"EntryFollowsObject", EntryFollowsObject},
+            {"ListingShowsWritesAtOnce", ListingShowsWritesAtOnce},
+            {"ListingWhileDeletingWhatIsListed", ListingWhileDeletingWhatIsListed},
+            {"ListingOf300", [](CContext& context) { ListMany(context, 300); }},
+            {.name = "ListingOf2500", .run = [](CContext& context) { ListMany(context, 2500); }, .large = true},
+        });
 }
 
 }  // namespace cloudclientlib::conformance

@@ -33,13 +33,15 @@ void KeepNames(CContext& context, const std::vector<std::string>& names) {
 }
 
 void SpecialCharactersAreKept(CContext& context) {
-    KeepNames(context, {"a b", "a+b", "a%b", "a#b", "a?b", "a&b", "a=b", "a;b", "a,b", "a@b", "a!b", "a$b", "a'b",
-                        "a(b)", "a[b]", "a{b}", "a~b", "a^b", "a`b", "a_b", "a-b", "-a", "~", "$HOME"});
+    KeepNames(context, {"a b", "a+b",  "a%b",  "a#b",  "a?b", "a&b", "a=b", "a;b", "a,b", "a@b", "a!b", "a$b",
+                        "a'b", "a(b)", "a[b]", "a{b}", "a~b", "a^b", "a`b", "a_b", "a-b", "-a",  "~",   "$HOME"});
 }
 
 void EscapesAreNotDecoded(CContext& context) {
     KeepNames(context, {"a b", "a+b", "a%20b", "a%2Bb", "a%2520b", "a%", "%", "%zz", "%2F", "a%2Fb", "%2e%2e", "%00",
-                        "&amp;", "&#0;", "a&lt;b", "a\xC2\xA0""b"});
+                        "&amp;", "&#0;", "a&lt;b",
+                        "a\xC2\xA0"
+                        "b"});
 }
 
 void DotsInNamesAreKept(CContext& context) {
@@ -48,14 +50,15 @@ void DotsInNamesAreKept(CContext& context) {
 
 void UnicodeIsKept(CContext& context) {
     KeepNames(context, {
-                           "\xC3\xA9",                          // e with acute, composed
-                           "e\xCC\x81",                         // the same to the eye, decomposed
-                           "\xE6\x97\xA5\xE6\x9C\xAC",          // two ideographs
-                           "\xD0\x96\xD1\x83\xD0\xBA",          // Cyrillic
-                           "\xD7\xA9\xD7\x9C",                  // right to left
-                           "\xF0\x9F\x93\xA6",                  // beyond the basic plane
-                           "a\xE2\x80\x8B" "b",                 // zero width
-                           "\xC3\x9F",                          // sharp s
+                           "\xC3\xA9",                  // e with acute, composed
+                           "e\xCC\x81",                 // the same to the eye, decomposed
+                           "\xE6\x97\xA5\xE6\x9C\xAC",  // two ideographs
+                           "\xD0\x96\xD1\x83\xD0\xBA",  // Cyrillic
+                           "\xD7\xA9\xD7\x9C",          // right to left
+                           "\xF0\x9F\x93\xA6",          // beyond the basic plane
+                           "a\xE2\x80\x8B"
+                           "b",         // zero width
+                           "\xC3\x9F",  // sharp s
                            "ss",
                        });
 }

@@ -5,7 +5,7 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = 1024 * 1024;
+constexpr std::size_t mebibyte = std::size_t{1} << 20U;
 
 void UploadedObjectIsRead(CContext& context) {
     for (const std::size_t size : {1UL, 2UL, 1000UL, 65536UL, 65537UL, mebibyte + 1}) {

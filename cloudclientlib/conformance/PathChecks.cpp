@@ -57,10 +57,25 @@ std::vector<SPathOperation> ChangingOperations() {
 
 std::vector<std::string> InvalidPaths() {
     using namespace std::string_literals;
-    return {"..",         ".",         "/..",           "//./",           "../object",  "./folder/object",
-            "folder/..",  "folder/.",  "folder/../..",  "folder/./object", "a/../b",     "folder/../folder/object",
-            "object/..",  "\0"s,       "folder\0"s,     "folder/\0"s,     "folder/ob\0ject"s,
-            "folder/object\0"s,        "folder\0/../object"s};
+    return {"..",
+            ".",
+            "/..",
+            "//./",
+            "../object",
+            "./folder/object",
+            "folder/..",
+            "folder/.",
+            "folder/../..",
+            "folder/./object",
+            "a/../b",
+            "folder/../folder/object",
+            "object/..",
+            "\0"s,
+            "folder\0"s,
+            "folder/\0"s,
+            "folder/ob\0ject"s,
+            "folder/object\0"s,
+            "folder\0/../object"s};
 }
 
 /// An invalid path as text: NUL bytes shown.

@@ -42,19 +42,16 @@ void ArchiveOfMissingIsNotFound(CContext& context) {
 
 }  // namespace
 
-void AddQuotaChecks(checks_t& checks) {
-    checks.push_back({"QuotaIsTold", QuotaIsTold, &SDeviations::quotaIsUnknown});
-}
+void AddQuotaChecks(checks_t& checks) { checks.push_back({"QuotaIsTold", QuotaIsTold, &SDeviations::quotaIsUnknown}); }
 
 void AddArchiveChecks(checks_t& checks) {
-    checks.insert(checks.end(), {
-                                    {"OnlineObjectIsToldOnline", OnlineObjectIsToldOnline,
-                                     &SDeviations::archiveIsRefused},
-                                    {"RetrievalOfOnlineObjectSucceeds", RetrievalOfOnlineObjectSucceeds,
-                                     &SDeviations::archiveIsRefused},
-                                    {"ArchiveOfMissingIsNotFound", ArchiveOfMissingIsNotFound,
-                                     &SDeviations::archiveIsRefused},
-                                });
+    checks.insert(
+        checks.end(),
+        {
+            {"OnlineObjectIsToldOnline", OnlineObjectIsToldOnline, &SDeviations::archiveIsRefused},
+            {"RetrievalOfOnlineObjectSucceeds", RetrievalOfOnlineObjectSucceeds, &SDeviations::archiveIsRefused},
+            {"ArchiveOfMissingIsNotFound", ArchiveOfMissingIsNotFound, &SDeviations::archiveIsRefused},
+        });
 }
 
 }  // namespace cloudclientlib::conformance

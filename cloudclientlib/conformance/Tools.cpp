@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <latch>
 #include <random>
 #include <span>
@@ -17,12 +18,16 @@ std::string Describe(const bytes_t& bytes) {
     return exc::Format("%1 bytes with MD5 %2", bytes.size(), digest::Md5(bytes));
 }
 
-std::string Join(const std::vector<std::string>& texts) {
-    std::string joined;
-    for (const auto& text : texts) {
-        joined += (joined.empty() ? "" : ", ") + text;
+/// The names that are in the one sorted list and not in the other; of many the first ones.
+std::string Missing(const std::vector<std::string>& names, const std::vector<std::string>& from) {
+    constexpr std::size_t most = 10;
+    std::vector<std::string> missing;
+    std::set_difference(names.begin(), names.end(), from.begin(), from.end(), std::back_inserter(missing));
+    std::string text;
+    for (std::size_t i = 0; i < std::min(missing.size(), most); ++i) {
+        text += (i == 0 ? "'" : ", '") + missing[i] + '\'';
     }
-    return '[' + joined + ']';
+    return text.empty() ? "nothing" : text + (missing.size() > most ? ", ..." : "");
 }
 
 }  // namespace
@@ -113,8 +118,10 @@ std::vector<std::string> List(ICloudClient& client, const std::string& folder) {
 void ExpectList(ICloudClient& client, const std::string& folder, std::vector<std::string> expected) {
     std::sort(expected.begin(), expected.end());
     const auto actual = List(client, folder);
-    Expect(actual == expected, "the entries of folder '" + folder + "': expected " + Join(expected) + ", got " +
-                                   Join(actual));
+    if (actual != expected) {
+        Expect(false, "the entries of folder '" + folder + "': missing " + Missing(expected, actual) +
+                          "; not expected " + Missing(actual, expected));
+    }
 }
 
 CCloudExc FailureOf(const std::string& what, const action_t& action) {

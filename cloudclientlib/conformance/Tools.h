@@ -27,8 +27,7 @@ void Expect(bool isKept, const std::string& promise);
 /// Fails unless the two values, which have a text form, are equal.
 template <class T, class U>
 void ExpectEqual(const T& actual, const U& expected, const std::string& what) {
-    Expect(actual == expected,
-           what + ": expected '" + exc::ToArg(expected) + "', got '" + exc::ToArg(actual) + "'");
+    Expect(actual == expected, what + ": expected '" + exc::ToArg(expected) + "', got '" + exc::ToArg(actual) + "'");
 }
 
 void ExpectBytes(const bytes_t& actual, const bytes_t& expected, const std::string& what);

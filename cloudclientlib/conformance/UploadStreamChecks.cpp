@@ -7,7 +7,7 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = 1024 * 1024;
+constexpr std::size_t mebibyte = std::size_t{1} << 20U;
 
 void RoundTrip(CContext& context, std::size_t size, std::size_t piece) {
     const bytes_t bytes = MakeBytes(context.Settings().seed + size, size);
@@ -135,8 +135,8 @@ void TooFewBytesAreRefused(CContext& context) {
     for (const std::size_t written : {0UL, 1UL, 9UL}) {
         const auto stream = context.Client().StartUpload("object", 10);
         stream->Write(MakeBytes(2, written));
-        static_cast<void>(FailureOf(exc::Format("the end of an upload after %1 of 10 bytes", written),
-                                    [&] { stream->Finish(); }));
+        static_cast<void>(
+            FailureOf(exc::Format("the end of an upload after %1 of 10 bytes", written), [&] { stream->Finish(); }));
         ExpectObject(context.Client(), "object", MakeBytes(1, 100));
     }
     ExpectList(context.Client(), "", {"object"});
@@ -172,26 +172,25 @@ void LastFinishedUploadWins(CContext& context) {
 }  // namespace
 
 void AddUploadStreamChecks(checks_t& checks) {
-    checks.insert(
-        checks.end(),
-        {
-            {"StreamedUploadIsRead", StreamedUploadIsRead},
-            {"StreamedUploadReplaces", StreamedUploadReplaces},
-            {"StreamedUploadCreatesParents", StreamedUploadCreatesParents},
-            {"WriteOfNothingIsNothing", WriteOfNothingIsNothing},
-            {"UnfinishedUploadIsUnseen", UnfinishedUploadIsUnseen},
-            {"OldObjectStaysUntilFinish", OldObjectStaysUntilFinish},
-            {"AbandonedUploadLeavesNothing", AbandonedUploadLeavesNothing},
-            {"AbandonedUploadLeavesOldObject", AbandonedUploadLeavesOldObject},
-            {"TooManyBytesAreRefused", TooManyBytesAreRefused},
-            {"TooFewBytesAreRefused", TooFewBytesAreRefused},
-            {"UploadsSideBySide", UploadsSideBySide},
-            {"LastFinishedUploadWins", LastFinishedUploadWins},
-            {"StreamedUploadOf5MiB", [](CContext& context) { RoundTrip(context, 5 * mebibyte, 100'003); }},
-            {.name = "StreamedUploadOf64MiB",
-             .run = [](CContext& context) { RoundTrip(context, 64 * mebibyte, mebibyte); },
-             .large = true},
-        });
+    checks.insert(checks.end(),
+                  {
+                      {"StreamedUploadIsRead", StreamedUploadIsRead},
+                      {"StreamedUploadReplaces", StreamedUploadReplaces},
+                      {"StreamedUploadCreatesParents", StreamedUploadCreatesParents},
+                      {"WriteOfNothingIsNothing", WriteOfNothingIsNothing},
+                      {"UnfinishedUploadIsUnseen", UnfinishedUploadIsUnseen},
+                      {"OldObjectStaysUntilFinish", OldObjectStaysUntilFinish},
+                      {"AbandonedUploadLeavesNothing", AbandonedUploadLeavesNothing},
+                      {"AbandonedUploadLeavesOldObject", AbandonedUploadLeavesOldObject},
+                      {"TooManyBytesAreRefused", TooManyBytesAreRefused},
+                      {"TooFewBytesAreRefused", TooFewBytesAreRefused},
+                      {"UploadsSideBySide", UploadsSideBySide},
+                      {"LastFinishedUploadWins", LastFinishedUploadWins},
+                      {"StreamedUploadOf5MiB", [](CContext& context) { RoundTrip(context, 5 * mebibyte, 100'003); }},
+                      {.name = "StreamedUploadOf64MiB",
+                       .run = [](CContext& context) { RoundTrip(context, 64 * mebibyte, mebibyte); },
+                       .large = true},
+                  });
 }
 
 }  // namespace cloudclientlib::conformance

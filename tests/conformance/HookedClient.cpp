@@ -109,8 +109,7 @@ std::shared_ptr<IDownloadStream> CHookedClient::StartDownload(const std::string&
 }
 
 std::shared_ptr<IUploadStream> CHookedClient::StartUpload(const std::string& path, unsigned long size) {
-    return hooks_->startUpload ? hooks_->startUpload(Inner(), Map(path), size)
-                               : Inner()->StartUpload(Map(path), size);
+    return hooks_->startUpload ? hooks_->startUpload(Inner(), Map(path), size) : Inner()->StartUpload(Map(path), size);
 }
 
 void CHookedClient::RetrieveArchive(const std::string& path, const SRetrieveArchiveOptions& options) {

@@ -1,6 +1,8 @@
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <utility>
 
 #include "cloudclientlib/CloudExc.h"
 #include "tests/conformance/HookedClient.h"
@@ -10,44 +12,37 @@ namespace cloudclientlib::conformance {
 namespace {
 
 /// The moment in which a store is not as it should be. Opened once: it stays until another thread has looked, so that
-/// no luck is needed to see it. Safe from any thread.
+/// no luck is needed to see it. Looks and the breaking exclude each other, so that every look is either before the
+/// moment or in it. Safe from any thread.
 class CWindow {
 public:
-    /// Blocks until a look that began in the window has ended; only the first time, and then returns true.
-    bool Open() {
+    /// Breaks something and blocks until somebody has looked; only the first time, and then returns true.
+    template <class Action>
+    bool Open(const Action& breakIt) {
         std::unique_lock lock(mutex_);
-        if (isUsed_) {
+        if (std::exchange(isUsed_, true)) {
             return false;
         }
-        isUsed_ = true;
+        breakIt();
         isOpen_ = true;
         looked_.wait(lock, [this] { return !isOpen_; });
         return true;
     }
-    /// Does what sees the window, if it is open.
+    /// Does what sees the window, if it is open; the window closes, also when the look fails.
     template <class Action>
     auto Look(const Action& look) {
-        const bool isInside = IsOpen();
-        const auto end = [&](void*) {
-            if (isInside) {
-                Close();
-            }
+        const std::lock_guard lock(mutex_);
+        const auto close = [](CWindow* window) {
+            window->isOpen_ = false;
+            window->looked_.notify_all();
         };
-        const std::unique_ptr<void, decltype(end)> atEnd(this, end);
+        const std::unique_ptr<CWindow, decltype(close)> atEnd(this, close);
         return look();
     }
+    /// Within a look: whether it sees the window.
+    [[nodiscard]] bool IsOpen() const { return isOpen_; }
 
 private:
-    bool IsOpen() {
-        const std::lock_guard lock(mutex_);
-        return isOpen_;
-    }
-    void Close() {
-        const std::lock_guard lock(mutex_);
-        isOpen_ = false;
-        looked_.notify_all();
-    }
-
     std::mutex mutex_;
     std::condition_variable looked_;
     bool isUsed_ = false;  // guarded by mutex_
@@ -85,8 +80,9 @@ SHooks WatchedReads(const std::shared_ptr<SStage>& stage) {
 void PutInHalves(SStage& stage, ICloudClient& client, text_t path, const bytes_t& bytes, bool isWatched) {
     const std::lock_guard lock(stage.writing);
     if (isWatched) {
-        Put(client, path, bytes_t(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2)));
-        stage.window.Open();
+        stage.window.Open([&] {
+            Put(client, path, bytes_t(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2)));
+        });
     }
     Put(client, path, bytes);
 }
@@ -119,8 +115,7 @@ SHooks DeletesBeforeReplacing() {
     hooks.upload = [stage](ICloudClient& client, text_t path, const buffer_ptr& data) {
         const std::lock_guard lock(stage->writing);
         if (client.IsFileExist(path)) {
-            client.DeleteFileAsync(path)->Wait();
-            stage->window.Open();
+            stage->window.Open([&] { client.DeleteFileAsync(path)->Wait(); });
         }
         Put(client, path, *data);
     };
@@ -157,21 +152,20 @@ SHooks StreamGoesOnWithAnotherVersion() {
     return hooks;
 }
 
-/// What passes by hides what stays.
 SHooks ListingLosesEntriesWhileOthersCome() {
     const auto stage = std::make_shared<SStage>();
     SHooks hooks;
     hooks.upload = [stage](ICloudClient& client, text_t path, const buffer_ptr& data) {
         Put(client, path, *data);
         if (path.find("passing") != std::string::npos) {
-            stage->window.Open();
+            stage->window.Open([] {});
         }
     };
     hooks.list = [stage](ICloudClient& client, text_t path) {
         return stage->window.Look([&] {
             auto entries = client.QueryFolder(path);
-            if (!entries.empty() && entries.front().name.starts_with("passing")) {
-                entries.pop_back();
+            if (stage->window.IsOpen()) {
+                entries.pop_back();  // one that stays: those that pass come first in the order of names
             }
             return entries;
         });
@@ -189,7 +183,7 @@ SHooks ThreadsShareABuffer() {
             const std::lock_guard lock(stage->writing);
             *shared = *data;
         });
-        const bool isFirst = stage->window.Open();
+        const bool isFirst = stage->window.Open([] {});
         const std::lock_guard lock(stage->writing);
         Put(client, path, isFirst ? *shared : *data);
     };

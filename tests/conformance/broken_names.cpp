@@ -133,7 +133,9 @@ std::vector<SBroken> BrokenInNames() {
     }
     return {
         {"FollowsDots", FollowsDots, refusals},
-        {"TakesPathsVerbatim", TakesPathsVerbatim, {"FormsReadTheSame", "FormsWriteTheSame", "FormsOfFolderAreTheSame"}},
+        {"TakesPathsVerbatim",
+         TakesPathsVerbatim,
+         {"FormsReadTheSame", "FormsWriteTheSame", "FormsOfFolderAreTheSame"}},
         {"FailuresNamePlainPaths", FailuresNamePlainPaths, {"FailureNamesPathAsGiven"}},
         {"PlusIsASpace", PlusIsASpace, {"SpecialCharactersAreKept", "EscapesAreNotDecoded"}},
         {"EscapesAreDecoded", EscapesAreDecoded, {"EscapesAreNotDecoded"}},

@@ -24,9 +24,8 @@ SHooks WithUpload(std::function<void(ICloudClient&, text_t path, unsigned long s
 }
 
 SHooks TakesAnyNumberOfBytes() {
-    return WithUpload([](ICloudClient& client, text_t path, unsigned long, const bytes_t& bytes) {
-        Put(client, path, bytes);
-    });
+    return WithUpload(
+        [](ICloudClient& client, text_t path, unsigned long, const bytes_t& bytes) { Put(client, path, bytes); });
 }
 
 SHooks LosesBytesPast100000() {

@@ -51,9 +51,9 @@ TEST(Conformance, EveryDeviationHasItsNameAndACheck) {
             used.insert(Name(check.deviation));
         }
     }
-    EXPECT_THAT(used, testing::UnorderedElementsAre(
-                          "objectAndFolderShareAPath", "emptyFoldersDoNotExist", "caseIsFolded", "quotaIsUnknown",
-                          "archiveIsRefused", "failuresNameInnerPaths", "objectCountIsNotConfined"));
+    EXPECT_THAT(used, testing::UnorderedElementsAre("objectAndFolderShareAPath", "emptyFoldersDoNotExist",
+                                                    "caseIsFolded", "quotaIsUnknown", "archiveIsRefused",
+                                                    "failuresNameInnerPaths", "objectCountIsNotConfined"));
     EXPECT_EQ(Name(nullptr), "none");
 }
 
@@ -92,8 +92,7 @@ TEST(Conformance, RunGoesOnAfterFailures) {
                 failed.push_back(check.name + ": " + result.text);
             }
         });
-    EXPECT_THAT(failed,
-                testing::ElementsAre("QuotaIsTold: unexpected failure: GetStorageQuota '': broken on purpose"));
+    EXPECT_THAT(failed, testing::ElementsAre("QuotaIsTold: unexpected failure: GetStorageQuota '': broken on purpose"));
     EXPECT_EQ(summary.failed, 1U);
     EXPECT_EQ(summary.deviated, 0U);
     EXPECT_EQ(summary.passed + 1, reported);

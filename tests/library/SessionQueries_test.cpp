@@ -1,3 +1,4 @@
+#include "cloudclientlib/wrappers/CountingClient.h"
 #include "tests/library/SessionFixture.h"
 
 namespace test {
@@ -95,6 +96,18 @@ TEST_F(SessionQueries, EnumeratesCheckpoints) {
     EXPECT_THAT(IdsOf(session->EnumCheckpoints()), ElementsAre(1, 2, 3));
     EXPECT_TRUE(log.Has("Cloud session: enumarating checkpoints of backup [B]"));
     EXPECT_EQ(log.GetTexts(logging::level_t::tr).front(), "Cloud session: enumarating checkpoints of backup [B]");
+}
+
+TEST_F(SessionQueries, SeveralCheckpointsAreOnTheirWayAtOnce) {
+    CommitNew(1);
+    CommitNew(2);
+    CommitNew(3);
+    const auto counting = std::make_shared<cloudclientlib::CCountingClient>(client_);
+    const auto session = CCloudBackupSession::StartSession(OpenBackup(counting), 3, true);
+    counting->ResetCounts();
+    EXPECT_THAT(IdsOf(session->EnumCheckpoints()), ElementsAre(1, 2, 3));
+    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 3U);
+    EXPECT_EQ(counting->GetCounts().Of(cloudclientlib::EOperation::downloadFile), 3U);
 }
 
 TEST_F(SessionQueries, EnumeratesNoCheckpointsOfANewBackup) { EXPECT_THAT(Start()->EnumCheckpoints(), IsEmpty()); }

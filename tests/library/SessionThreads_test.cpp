@@ -12,7 +12,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::uint8_t writerCount = 8;
-constexpr unsigned rounds = 8;
 constexpr unsigned long partCount = 5;
 constexpr unsigned long partSize = 4;
 const std::string suspended = "Storage cache is suspended for checkpoint";
@@ -58,8 +57,8 @@ private:
 
 class SessionThreads : public SessionTest {
 protected:
-    /// Runs `work` in this thread, several times, while eight writers report.
-    void RunWhileWritersReport(CCloudBackupSession& session, const std::function<void()>& work) {
+    /// Runs `work` in this thread, `rounds` times, while eight writers report.
+    void RunWhileWritersReport(CCloudBackupSession& session, unsigned rounds, const std::function<void()>& work) {
         for (std::uint8_t i = 0; i < writerCount; ++i) {
             writers_.push_back(std::make_unique<ReportingWriter>(session, i, Local(Guid(i))));
         }
@@ -88,7 +87,7 @@ protected:
 
 TEST_F(SessionThreads, WritersReportWhileTheSessionCommits) {
     const auto session = Start();
-    RunWhileWritersReport(*session, [&] {
+    RunWhileWritersReport(*session, 8, [&] {
         EXPECT_EQ(session->EnumerateStorages().size(), writerCount);
         (void)session->EnumChangedStorages();
         session->CreateCheckpoint("", "");
@@ -107,7 +106,7 @@ TEST_F(SessionThreads, WritersReportWhileTheSessionCommits) {
 
 TEST_F(SessionThreads, MarkingAStorageUpdatedLosesNoReport) {
     const auto session = Start();
-    RunWhileWritersReport(*session, [&] {
+    RunWhileWritersReport(*session, 500, [&] {
         for (std::uint8_t i = 0; i < writerCount; ++i) {
             session->MarkStorageUpdated(Guid(i), Local(Guid(i)));
         }

@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""Reads a storage's metadata file as metadata-file.md describes it. Needs the program zstd.
+
+    read_metadata.py FILE                 lists the entries
+    read_metadata.py FILE PATH BLOCKS     writes a file's content to standard output
+"""
+import hashlib
+import os
+import subprocess
+import sys
+
+
+def check(condition, message):
+    if not condition:
+        sys.exit(message)
+
+
+def unstore(codec, stored):
+    if codec == 0:
+        return stored
+    check(codec == 1, "codec is not known")
+    return subprocess.run(["zstd", "-dc"], input=stored, stdout=subprocess.PIPE, check=True).stdout
+
+
+class Cursor:
+    def __init__(self, data):
+        self.data, self.at = data, 0
+
+    def bytes(self, size):
+        check(self.at + size <= len(self.data), "cut off")
+        self.at += size
+        return self.data[self.at - size:self.at]
+
+    def fixed(self, size):
+        return int.from_bytes(self.bytes(size), "little")
+
+    def varint(self):
+        value = shift = 0
+        while True:
+            byte = self.fixed(1)
+            value |= (byte & 0x7F) << shift
+            shift += 7
+            if byte < 0x80:
+                return value
+
+    def signed(self):
+        value = self.varint()
+        return value // 2 if value % 2 == 0 else -(value // 2) - 1
+
+    def counted(self):
+        return self.bytes(self.varint())
+
+
+def read_entry(data):
+    c = Cursor(data)
+    entry = {"type": c.fixed(1), "size": 0, "target": b"", "segments": []}
+    fields = c.varint()
+    entry["mode"], entry["uid"], entry["gid"] = c.varint(), c.varint(), c.varint()
+    entry["mtime"], entry["ctime"] = (c.signed(), c.varint()), (c.signed(), c.varint())
+    entry["device"], entry["inode"] = c.varint(), c.varint()
+    if fields & 2:
+        entry["btime"] = (c.signed(), c.varint())
+    if fields & 4:
+        entry["size"] = c.varint()
+    if fields & 8:
+        entry["rdev"] = c.varint()
+    if fields & 16:
+        entry["target"] = c.counted()
+    if fields & 32:
+        entry["xattrs"] = [(c.counted(), c.counted()) for _ in range(c.varint())]
+    if fields & 64:
+        file_end = stream_end = 0
+        for _ in range(c.varint()):
+            offset, stream, length = file_end + c.varint(), stream_end + c.signed(), c.varint()
+            entry["segments"].append((offset, stream, length))
+            file_end, stream_end = offset + length, stream + length
+    if fields & 128:
+        entry["sha256"] = c.bytes(32)
+    check(c.at == len(data), "an entry is too long")
+    return entry
+
+
+def read_bank(plain, blocks, chunks, entries):
+    c = Cursor(plain)
+    stream_end = block = block_end = 0
+    while c.at < len(plain):
+        kind = c.fixed(1)
+        if kind == 1:
+            blocks.append((c.bytes(16).hex(), c.bytes(16), c.fixed(4), c.fixed(8)))
+        elif kind == 2:
+            stream, plain_size, stored_size = stream_end + c.varint(), c.varint(), c.varint()
+            delta = c.signed()
+            offset = c.signed() + (block_end if delta == 0 else 0)
+            block += delta
+            chunks.append((stream, plain_size, block, offset, stored_size, c.fixed(1), c.bytes(32)))
+            stream_end, block_end = stream + plain_size, offset + stored_size
+        elif kind == 3:
+            path = c.counted()
+            entries[path] = read_entry(c.counted())
+        elif kind == 4:
+            del entries[c.counted()]
+        else:
+            sys.exit("record kind is not known")
+
+
+def read_file(path):
+    with open(path, "rb") as file:
+        data = file.read()
+    check(data[:8] == b"CBMETA\r\n", "not a metadata file")
+    check(hashlib.sha256(data[:8160]).digest() == data[8160:8192], "the header is damaged")
+    header = Cursor(data)
+    header.at = 8
+    check(header.fixed(4) == 1 and header.fixed(4) == 8192, "not this format")
+    check(header.fixed(4) == 0 and header.fixed(4) == 0, "encrypted, or newer")
+    header.at = 112
+    blocks, chunks, entries = [], [], {}
+    for bank in range(header.fixed(4)):
+        header.at = 480 + 64 * bank
+        offset, stored_size, plain_size, codec = (header.fixed(size) for size in (8, 8, 8, 1))
+        header.at += 7
+        stored = data[offset:offset + stored_size]
+        check(hashlib.sha256(stored).digest() == header.bytes(32), "a bank is damaged")
+        plain = unstore(codec, stored)
+        check(len(plain) == plain_size, "a bank has another size")
+        read_bank(plain, blocks, chunks, entries)
+    return blocks, chunks, entries
+
+
+def read_content(entry, blocks, chunks, folder):
+    content = bytearray(entry["size"])
+    for file_offset, stream_offset, length in entry["segments"]:
+        for stream, plain_size, block, offset, stored_size, codec, sha256 in chunks:
+            begin, end = max(stream, stream_offset), min(stream + plain_size, stream_offset + length)
+            if begin >= end:
+                continue
+            name = blocks[block][0]
+            with open(os.path.join(folder, name[:2], name), "rb") as file:
+                file.seek(offset)
+                plain = unstore(codec, file.read(stored_size))
+            check(hashlib.sha256(plain).digest() == sha256, "a chunk is damaged")
+            at = file_offset + begin - stream_offset
+            content[at:at + end - begin] = plain[begin - stream:end - stream]
+    return bytes(content)
+
+
+def main(arguments):
+    blocks, chunks, entries = read_file(arguments[0])
+    if len(arguments) == 1:
+        for path, entry in entries.items():
+            kind = "?dflhpcb"[entry["type"]]
+            link = " -> " + os.fsdecode(entry["target"]) if entry["target"] else ""
+            print(f"{kind} {entry['mode']:04o} {entry['uid']}:{entry['gid']} {entry['size']:>12} "
+                  f"{entry['mtime'][0]}.{entry['mtime'][1]:09} {os.fsdecode(path)}{link}")
+        return
+    entry = entries[os.fsencode(arguments[1])]
+    sys.stdout.buffer.write(read_content(entry, blocks, chunks, arguments[2]))
+
+
+if __name__ == "__main__":
+    check(len(sys.argv) in (2, 4), __doc__)
+    main(sys.argv[1:])
