@@ -60,9 +60,7 @@ protected:
         return FilesUnder(dir_ / "repository", part);
     }
 
-    static const SRootStatistics& Statistics(const SBackupResult& result) {
-        return result.document.roots.front().statistics;
-    }
+    static SRootStatistics Statistics(const SBackupResult& result) { return result.document.roots.front().statistics; }
 
     test::TempDir dir_;
     SRepositoryOptions options_;

@@ -117,7 +117,7 @@ TEST_F(BackupRestore, EveryCheckpointKeepsItsState) {
     fs::copy_file(Source("large is copied"), Source("folder/large copy"));
     ASSERT_EQ(::chmod(Source("stays").c_str(), 0600), 0);
     const auto second = Backup();
-    const auto& s = Statistics(second);
+    const auto s = Statistics(second);
     EXPECT_EQ(s.added, 4U) << "one in a new folder, one moved, two copied";
     EXPECT_EQ(s.removed, 3U);
     EXPECT_LT(s.newBytes, 1000U) << "moved and copied content is known";
@@ -144,7 +144,7 @@ TEST_F(BackupRestore, AnEditInTheMiddleCostsAChunk) {
     Backup();
     content.insert(10'000'000, "inserted");
     WriteFile("file", content);
-    const auto& s = Statistics(Backup());
+    const auto s = Statistics(Backup());
     EXPECT_EQ(s.bytesRead, content.size());
     EXPECT_LT(s.newBytes, 3U << 20U);
     EXPECT_EQ(DescribeTree(Restore(2)), DescribeTree(Source()));
