@@ -19,15 +19,19 @@ FOLDERS = {
 }
 
 # Inside the library, from the ground up; a layer may use those before it.
-LIBRARY_LAYERS = ["platform", "cloud", "checkpoint", "backup", "cache", "session", "repository", "context"]
+# "records" are headers alone: what a connection specification carries.
+LIBRARY_LAYERS = ["records", "platform", "cloud", "checkpoint", "backup", "cache", "session", "repository", "context"]
 PUBLIC_HEADERS = {
-    "cloud": {"RestrictedCloudClient.h", "CloudPaths.h", "BlockExternalId.h", "CloudStorageBlockStoreSchema.h"},
+    "records": {"CloudRepositoryInfo.h", "CloudService.h", "CloudStorageBlockStoreSchema.h"},
+    "platform": {"S3ConnectionSpec.h", "AzureConnectionSpec.h", "EBSConnectionSpec.h"},
+    "cloud": {"RestrictedCloudClient.h", "CloudPaths.h", "BlockExternalId.h"},
     "checkpoint": {"CloudDxrDescriptor.h", "OwnerDescriptor.h", "CloudStorageDescriptor.h", "CloudCheckpoint.h"},
     "backup": {"CloudBackup.h", "CheckpointParams.h", "MetaLocationDescr.h"},
     "cache": {"StgMetaCache.h", "CacheUpdateSink.h", "IMetaUpdateSink.h"},
     "session": {"CloudBackupSession.h"},
-    "repository": {"CloudRepositoryInfo.h", "ICloudRepository.h", "CloudExternalRepository.h",
+    "repository": {"ICloudRepository.h", "CloudRepositoryFactory.h", "CloudExternalRepository.h",
                    "CloudClientKeyInfo.h", "CloudClientKeyHistory.h"},
+    "context": {"CloudBackupLibCtx.h"},
 }
 LAYER_OF_HEADER = {header: layer for layer, headers in PUBLIC_HEADERS.items() for header in headers}
 
