@@ -6,7 +6,7 @@ function(cloudbackup_library name type)
   target_include_directories(${name} PUBLIC "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>")
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
   if(type STREQUAL "SHARED")
-    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${CLOUDBACKUP_SOVERSION})
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
     if(CLOUDBACKUP_SANITIZE)
       # The sanitizers' own symbols are found in the program, not in the library.
