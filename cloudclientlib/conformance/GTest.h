@@ -30,7 +30,7 @@ private:
     const SSettings settings_;
 };
 
-/// Registers every check as a test of its own: `<suite>.<check>`. To be called before RUN_ALL_TESTS, from main or a
+/// Registers every check as a test of its own: SUITE.CHECK. To be called before RUN_ALL_TESTS, from main or a
 /// static initialiser, which wants a value: it is always true.
 inline bool RegisterConformance(const std::string& suite, const factory_t& factory, const SSettings& settings = {}) {
     for (const SCheck& check : AllChecks()) {
