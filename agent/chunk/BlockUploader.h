@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/chunk/BlockWriter.h"
-#include "agent/chunk/WorkerPool.h"
+#include "cloudclientlib/WorkerPool.h"
 
 namespace agent {
 
@@ -53,7 +53,7 @@ private:
     std::exception_ptr failure_;          // guarded by mutex_
     std::size_t failedNumber_ = 0;        // guarded by mutex_
 
-    CWorkerPool workers_;  // last: gone before what its jobs use
+    task::CWorkerPool workers_;  // last: gone before what its jobs use
 };
 
 }  // namespace agent

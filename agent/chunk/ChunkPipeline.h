@@ -10,8 +10,8 @@
 
 #include "agent/chunk/ChunkCodec.h"
 #include "agent/chunk/ChunkTable.h"
-#include "agent/chunk/WorkerPool.h"
 #include "cloudclientlib/AsyncTask.h"
+#include "cloudclientlib/WorkerPool.h"
 
 namespace agent {
 
@@ -71,7 +71,7 @@ private:
     std::size_t head_ = 0;           // the caller's
     std::size_t tail_ = 0;           // the caller's
 
-    CWorkerPool workers_;  // last: gone before what its jobs use
+    task::CWorkerPool workers_;  // last: gone before what its jobs use
 };
 
 }  // namespace agent

@@ -5,6 +5,7 @@
 
 #include "agent/chunk/ChunkCheck.h"
 #include "agent/chunk/RangeDownloads.h"
+#include "agent/chunk/ThreadCount.h"
 #include "common/exc.h"
 
 namespace agent {

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "agent/chunk/ThreadCount.h"
 #include "common/exc.h"
 
 namespace agent {

@@ -11,7 +11,7 @@
 #include "clients/directory/FolderTree.h"
 #include "clients/directory/Store.h"
 #include "clients/directory/Streams.h"
-#include "clients/directory/WorkerPool.h"
+#include "cloudclientlib/WorkerPool.h"
 
 namespace clients {
 
@@ -119,12 +119,12 @@ std::vector<SCloudObjectInfo> List(const CStore& store, const std::string& relat
 }  // namespace
 
 CDirectoryClient::CDirectoryClient(const std::string& root, ERoot mode, std::size_t threads)
-    : store_(OpenStore(root, mode)), pool_(std::make_unique<directory::CWorkerPool>(threads)) {}
+    : store_(OpenStore(root, mode)), pool_(std::make_unique<task::CWorkerPool>(threads)) {}
 
 CDirectoryClient::~CDirectoryClient() = default;
 
 task::task_ptr CDirectoryClient::Submit(SOperation operation, std::function<void(CStore&)> work) {
-    return pool_->Submit([store = store_, operation = std::move(operation), work = std::move(work)] {
+    return pool_->Submit([store = store_, operation = std::move(operation), work = std::move(work)](std::size_t) {
         Translated(operation, [&] { work(*store); });
     });
 }
@@ -254,7 +254,7 @@ cloudclientlib::SStorageQuota CDirectoryClient::GetStorageQuota() {
     });
 }
 
-std::size_t CDirectoryClient::GetConcurrentTaskLimit() { return pool_->GetThreadCount(); }
+std::size_t CDirectoryClient::GetConcurrentTaskLimit() { return pool_->GetLimit(); }
 
 std::shared_ptr<task::IAsyncTaskUtils> CDirectoryClient::CreateAsyncTaskUtils() { return task::CreateTaskUtils(); }
 

@@ -6,11 +6,14 @@
 
 #include "cloudclientlib/ICloudClient.h"
 
+namespace task {
+class CWorkerPool;
+}
+
 namespace clients {
 
 namespace directory {
 class CStore;
-class CWorkerPool;
 struct SOperation;
 struct SPlace;
 }  // namespace directory
@@ -80,7 +83,7 @@ private:
     task::task_ptr Submit(directory::SOperation operation, std::function<void(directory::CStore&)> work);
 
     const std::shared_ptr<directory::CStore> store_;
-    const std::unique_ptr<directory::CWorkerPool> pool_;  // after the store: drained before the store is let go
+    const std::unique_ptr<task::CWorkerPool> pool_;  // after the store: drained before the store is let go
 };
 
 }  // namespace clients

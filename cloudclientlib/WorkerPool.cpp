@@ -1,11 +1,15 @@
-#include "agent/chunk/WorkerPool.h"
+#include "cloudclientlib/WorkerPool.h"
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
-namespace agent {
+namespace task {
 
-CWorkerPool::CWorkerPool(std::size_t threads) : limit_(std::max<std::size_t>(threads, 1)) {}
+CWorkerPool::CWorkerPool(std::size_t limit) : limit_(std::max<std::size_t>(limit, 1)) {
+    const std::lock_guard lock(mutex_);
+    StartThread();
+}
 
 CWorkerPool::~CWorkerPool() {
     {
@@ -18,34 +22,24 @@ CWorkerPool::~CWorkerPool() {
     }
 }
 
-task::task_ptr CWorkerPool::Submit(job_t job) {
-    auto promise = std::make_shared<task::CPromiseTask>();
+task_ptr CWorkerPool::Submit(job_t job) {
+    auto promise = std::make_shared<CPromiseTask>();
     {
         const std::lock_guard lock(mutex_);
         queue_.push_back({std::move(job), promise});
-        try {
-            StartThreadIfNeeded();
-        } catch (...) {
-            queue_.pop_back();
-            throw;
+        if (idle_ < queue_.size() && threads_.size() < limit_) {
+            try {
+                StartThread();
+            } catch (const std::system_error&) {  // the threads that are there do the work
+            }
         }
     }
     wake_.notify_one();
     return promise;
 }
 
-void CWorkerPool::StartThreadIfNeeded() {
-    if (idle_ >= queue_.size() || threads_.size() >= limit_) {
-        return;
-    }
-    try {
-        threads_.emplace_back([this, worker = threads_.size()] { Work(worker); });
-    } catch (const std::system_error&) {
-        if (threads_.empty()) {
-            throw;
-        }
-        // Fewer threads do the same work.
-    }
+void CWorkerPool::StartThread() {
+    threads_.emplace_back([this, worker = threads_.size()] { Work(worker); });
 }
 
 void CWorkerPool::Work(std::size_t worker) {
@@ -80,9 +74,4 @@ void CWorkerPool::Run(SJob job, std::size_t worker) {
     }
 }
 
-std::size_t ThreadCount(unsigned wanted) {
-    constexpr unsigned most = 16;
-    return wanted != 0 ? wanted : std::clamp(std::thread::hardware_concurrency(), 1U, most);
-}
-
-}  // namespace agent
+}  // namespace task

@@ -1,4 +1,4 @@
-#include "clients/directory/WorkerPool.h"
+#include "cloudclientlib/WorkerPool.h"
 
 #include <gtest/gtest.h>
 
@@ -9,19 +9,19 @@
 
 namespace {
 
-using clients::directory::CWorkerPool;
+using task::CWorkerPool;
 
 TEST(WorkerPool, RunsAsManyJobsAtOnceAsItHasThreads) {
     constexpr std::size_t threads = 4;
     CWorkerPool pool(threads);
-    EXPECT_EQ(pool.GetThreadCount(), threads);
+    EXPECT_EQ(pool.GetLimit(), threads);
     // Every job waits until all have begun: with fewer threads this would never end.
     std::mutex mutex;
     std::condition_variable all;
     std::size_t begun = 0;
     std::vector<task::task_ptr> tasks;
     for (std::size_t i = 0; i < threads; ++i) {
-        tasks.push_back(pool.Submit([&] {
+        tasks.push_back(pool.Submit([&](std::size_t) {
             std::unique_lock lock(mutex);
             ++begun;
             all.notify_all();
@@ -32,11 +32,32 @@ TEST(WorkerPool, RunsAsManyJobsAtOnceAsItHasThreads) {
     EXPECT_EQ(begun, threads);
 }
 
+TEST(WorkerPool, RunsEveryJobOnANumberedThread) {
+    constexpr std::size_t threads = 3;
+    std::atomic<int> done = 0;
+    std::atomic<bool> isWrong = false;
+    std::atomic<int> inside[threads] = {};
+    {
+        CWorkerPool pool(threads);
+        for (int i = 0; i < 1000; ++i) {
+            pool.Submit([&](std::size_t worker) {
+                if (worker >= threads || inside[worker].fetch_add(1) != 0) {
+                    isWrong = true;
+                }
+                ++done;
+                --inside[worker];
+            });
+        }
+    }  // drains
+    EXPECT_EQ(done, 1000);
+    EXPECT_FALSE(isWrong);
+}
+
 TEST(WorkerPool, HasAtLeastOneThread) {
     CWorkerPool pool(0);
-    EXPECT_EQ(pool.GetThreadCount(), 1U);
+    EXPECT_EQ(pool.GetLimit(), 1U);
     bool done = false;
-    pool.Submit([&] { done = true; })->Wait();
+    pool.Submit([&](std::size_t) { done = true; })->Wait();
     EXPECT_TRUE(done);
 }
 
@@ -45,7 +66,7 @@ TEST(WorkerPool, OneThreadKeepsTheOrder) {
     {
         CWorkerPool pool(1);
         for (int i = 0; i < 100; ++i) {
-            static_cast<void>(pool.Submit([&order, i] { order.push_back(i); }));
+            static_cast<void>(pool.Submit([&order, i](std::size_t) { order.push_back(i); }));
         }
     }
     ASSERT_EQ(order.size(), 100U);
@@ -57,7 +78,7 @@ TEST(WorkerPool, DestructorRunsWhatIsQueuedBehindARunningJob) {
     std::atomic<int> done = 0;
     auto pool = std::make_unique<CWorkerPool>(2);
     for (int i = 0; i < 2; ++i) {
-        static_cast<void>(pool->Submit([&, open = gate.get_future().share(), i]() mutable {
+        static_cast<void>(pool->Submit([&, open = gate.get_future().share(), i](std::size_t) mutable {
             open.wait();
             ++done;
         }));
@@ -67,7 +88,7 @@ TEST(WorkerPool, DestructorRunsWhatIsQueuedBehindARunningJob) {
         }
     }
     for (int i = 0; i < 50; ++i) {
-        static_cast<void>(pool->Submit([&] { ++done; }));
+        static_cast<void>(pool->Submit([&](std::size_t) { ++done; }));
     }
     std::thread opener([&] { gate.set_value(); });
     pool.reset();
@@ -77,8 +98,8 @@ TEST(WorkerPool, DestructorRunsWhatIsQueuedBehindARunningJob) {
 
 TEST(WorkerPool, FailureReachesTheTaskAndNobodyElse) {
     CWorkerPool pool(1);
-    const auto failing = pool.Submit([] { throw std::runtime_error("job failed"); });
-    const auto next = pool.Submit([] {});
+    const auto failing = pool.Submit([](std::size_t) { throw std::runtime_error("job failed"); });
+    const auto next = pool.Submit([](std::size_t) {});
     for (int i = 0; i < 2; ++i) {
         try {
             failing->Wait();
@@ -94,7 +115,7 @@ TEST(WorkerPool, LetsGoOfWhatTheJobHeldBeforeTheTaskIsDone) {
     CWorkerPool pool(2);
     for (int i = 0; i < 200; ++i) {
         auto held = std::make_shared<int>(i);
-        pool.Submit([held] { static_cast<void>(*held); })->Wait();
+        pool.Submit([held](std::size_t) { static_cast<void>(*held); })->Wait();
         ASSERT_EQ(held.use_count(), 1);
     }
 }
