@@ -2,7 +2,6 @@
 
 #include <tinyxml.h>
 
-#include <algorithm>
 #include <charconv>
 
 #include "common/exc.h"
@@ -23,16 +22,6 @@ TiXmlElement& AsElement(const xml_holder_t& node) {
 
 const std::string* FindAttr(const xml_holder_t& node, std::string_view name) {
     return AsElement(node).Attribute(std::string(name));
-}
-
-/// A hostile value may be of any length; its beginning, cut between two characters, says enough.
-std::string_view BeginningOf(std::string_view value) {
-    constexpr std::size_t enough = 64;
-    std::size_t length = std::min(value.size(), enough);
-    while (length != 0 && length < value.size() && (static_cast<unsigned char>(value[length]) & 0xC0U) == 0x80U) {
-        --length;
-    }
-    return value.substr(0, length);
 }
 
 [[noreturn]] void ThrowMalformed(const xml_holder_t& node, std::string_view name, std::string_view value,

@@ -1,7 +1,9 @@
 #include "common/xml_check.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 
 #include "common/exc.h"
 #include "common/util.h"
@@ -46,9 +48,13 @@ public:
 
     void Run() {
         if (const std::size_t bad = FindUnclean(text_); bad != text_.size()) {
-            position_ = bad;
-            Fail(text_[bad] == '\0' ? "a NUL byte" : "invalid UTF-8");
+            FailUnclean(bad);
         }
+        CheckDocument();
+    }
+
+private:
+    void CheckDocument() {
         Skip("\xEF\xBB\xBF");
         CheckDeclaration();
         SkipMisc();
@@ -59,9 +65,27 @@ public:
         }
     }
 
-private:
     [[noreturn]] void Fail(const char* what) const {
-        throw exc::CRuntimeExc("Invalid XML document: %1 at byte %2", what, position_);
+        if (attribute_.empty()) {
+            throw exc::CRuntimeExc("Invalid XML document: %1 at byte %2", what, position_);
+        }
+        throw exc::CRuntimeExc("Invalid XML document: %1 at byte %2, in attribute '%3' of node '%4'", what, position_,
+                               BeginningOf(attribute_), BeginningOf(element_));
+    }
+
+    /// Reads what stands before the bad byte, to say in which attribute that one is.
+    [[noreturn]] void FailUnclean(std::size_t bad) {
+        const char* const what = text_[bad] == '\0' ? "a NUL byte" : "invalid UTF-8";
+        text_ = text_.substr(0, bad);
+        try {
+            CheckDocument();
+        } catch (const exc::CRuntimeExc&) {  // cut off where the bad byte stands, or wrong before it
+        }
+        if (position_ != bad) {
+            attribute_ = {};
+        }
+        position_ = bad;
+        Fail(what);
     }
 
     [[nodiscard]] bool AtEnd() const { return position_ == text_.size(); }
@@ -211,9 +235,9 @@ private:
         if (depth_ == maxDepth) {
             Fail("elements nested too deep");
         }
-        const std::string_view name = CheckName();
+        element_ = CheckName();
         if (CheckAttributes()) {
-            open_[depth_++] = name;
+            open_[depth_++] = element_;
         }
     }
 
@@ -245,10 +269,25 @@ private:
             if (count == maxAttributes) {
                 Fail("too many attributes in one element");
             }
-            CheckName();
-            CheckCharacters(SkipToValue());
-            ++position_;
+            CheckAttribute(count);
         }
+    }
+
+    /// The element's attribute of that number.
+    void CheckAttribute(std::size_t number) {
+        const std::size_t at = position_;
+        const std::string_view name = CheckName();
+        const char quote = SkipToValue();
+        // Told from here on alone: without a value it may be no name but part of a value with a stray quote, a secret.
+        attribute_ = names_[number] = name;
+        const auto before = std::span(names_).first(number);
+        if (std::find(before.begin(), before.end(), name) != before.end()) {
+            position_ = at;
+            Fail("an attribute that stands twice");
+        }
+        CheckCharacters(quote);
+        ++position_;
+        attribute_ = {};
     }
 
     /// Goes on to the given end, checking references on the way.
@@ -305,13 +344,25 @@ private:
 
     std::string_view text_;
     std::size_t position_ = 0;
-    std::array<std::string_view, maxDepth> open_{};  // the names of the elements around the position
-    std::size_t depth_ = 0;                          // how many they are
+    std::string_view element_;                             // the last element that began
+    std::string_view attribute_;                           // its attribute whose value is being read, if any
+    std::array<std::string_view, maxAttributes> names_{};  // its attributes up to there
+    std::array<std::string_view, maxDepth> open_{};        // the names of the elements around the position
+    std::size_t depth_ = 0;                                // how many they are
 };
 
 }  // namespace
 
 void CheckText(std::string_view text) { CChecker(text).Run(); }
+
+std::string_view BeginningOf(std::string_view text) {
+    constexpr std::size_t enough = 64;
+    std::size_t length = std::min(text.size(), enough);
+    while (length != 0 && length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0U) == 0x80U) {
+        --length;
+    }
+    return text.substr(0, length);
+}
 
 bool IsCleanUtf8(std::string_view text) { return FindUnclean(text) == text.size(); }
 

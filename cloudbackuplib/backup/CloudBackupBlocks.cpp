@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <functional>
 
 #include "cloudbackuplib/CloudBackup.h"
 #include "cloudbackuplib/CloudPaths.h"
+#include "cloudbackuplib/backup/BlockNames.h"
 #include "common/logging.h"
 #include "common/options.h"
 
@@ -14,21 +16,24 @@ std::size_t DeletionLimit(cloudclientlib::ICloudClient& client) {
     return wanted <= 1 ? 1 : std::min(wanted, client.GetConcurrentTaskLimit());
 }
 
-void DeleteBlocks(const CCloudBackup& backup, const guid::guid_t& storageId, const std::vector<std::string>& names) {
+/// Deletes `count` blocks; `nextName` gives their names one after the other.
+void DeleteBlocks(const CCloudBackup& backup, const guid::guid_t& storageId, std::size_t count,
+                  const std::function<std::string(std::size_t)>& nextName) {
     const auto client = backup.GetBackupClient();
     const auto start = [&](std::size_t index) {
-        return client->DeleteFileAsync(paths::GetBackupBlockPath(backup.GetBackupId(), storageId, names[index]));
+        return client->DeleteFileAsync(paths::GetBackupBlockPath(backup.GetBackupId(), storageId, nextName(index)));
     };
-    task::RunWindow(names.size(), DeletionLimit(*client), start, [](std::size_t) {});
+    task::RunWindow(count, DeletionLimit(*client), start, [](std::size_t) {});
 }
 
-std::set<std::string> ListBlocks(const CCloudBackup& backup, const guid::guid_t& storageId) {
-    std::set<std::string> names;
+CBlockNames ListBlocks(const CCloudBackup& backup, const guid::guid_t& storageId) {
+    CBlockNames names;
     for (const auto& subfolder : paths::EnumCloudBlockSubfolders(backup.GetBackupId(), storageId)) {
         for (const auto& entry : backup.GetBackupClient()->QueryFolder(subfolder)) {
-            names.insert(entry.name);
+            names.Add(entry.name);
         }
     }
+    names.Sort();
     return names;
 }
 
@@ -59,25 +64,19 @@ void CCloudBackup::DeleteBlockStore(const guid::guid_t& storageId) {
 void CCloudBackup::ClearReleasedBlocks(const guid::guid_t& storageId,
                                        const std::vector<digest::md5_digest_t>& digests) {
     logging::trace_t scope(logging::Storage(), "Erasing released blocks from storage '%1'", storageId);
-    std::vector<std::string> names;
-    names.reserve(digests.size());
-    for (const auto& digest : digests) {
-        names.push_back(paths::DigestToBlockName(digest));
-    }
-    DeleteBlocks(*this, storageId, names);
+    DeleteBlocks(*this, storageId, digests.size(),
+                 [&](std::size_t index) { return paths::DigestToBlockName(digests[index]); });
     scope.Ok();
 }
 
 void CCloudBackup::ClearOrphanedBlocks(const guid::guid_t& storageId,
                                        const std::vector<digest::md5_digest_t>& digestsInUse) {
     logging::trace_t scope(logging::Storage(), "Erasing orphaned blocks from storage '%1'", storageId);
-    std::set<std::string> orphans = ListBlocks(*this, storageId);
-    logging::Storage().Tr("Loaded %1 block digests from blockstore", orphans.size());
-    for (const auto& digest : digestsInUse) {
-        orphans.erase(paths::DigestToBlockName(digest));
-    }
-    logging::Storage().Tr("%1 orphaned blocks will be deleted", orphans.size());
-    DeleteBlocks(*this, storageId, {orphans.begin(), orphans.end()});
+    CBlockNames orphans = ListBlocks(*this, storageId);
+    logging::Storage().Tr("Loaded %1 block digests from blockstore", orphans.GetCount());
+    orphans.Remove(digestsInUse);
+    logging::Storage().Tr("%1 orphaned blocks will be deleted", orphans.GetCount());
+    DeleteBlocks(*this, storageId, orphans.GetCount(), [&](std::size_t) { return orphans.TakeFirst(); });
     scope.Ok();
 }
 

@@ -26,7 +26,7 @@ public:
             file_.Truncate(0);
             SaveHeader();
             SaveBanks();
-            CheckSize(file_.GetSize());
+            CheckSize();
             // A power cut must not leave a file of the right size with nothing in it.
             file_.Sync();
         } catch (...) {
@@ -39,7 +39,6 @@ private:
     void SaveHeader() {
         Receive(paths::GetBackupMetaItemPath(backup_.GetBackupId(), storage_.GetFileName()));
         logging::Library().Info("Saving local storage metadata header. Size: '%1'", buffer_->size());
-        CheckFits();
         file_.SeekFromBegin(0);
         file_.Write(*buffer_);
     }
@@ -50,8 +49,6 @@ private:
             logging::Library().Info("Downloading bank '%1' for storage '%2'", bank.filePath, storage_.GetFileName());
             ReceiveBank(bank.filePath);
             CheckPosition(offset);
-            CheckBankSize(bank);
-            CheckFits();
             logging::Library().Info("Saving local storage metadata part. Size: '%1', offset: '%2'", buffer_->size(),
                                     offset);
             file_.Write(*buffer_);
@@ -74,22 +71,8 @@ private:
         }
     }
 
-    void CheckBankSize(const checkpoint::SCloudMetadataPartDescription& bank) const {
-        if (buffer_->size() != bank.size) {
-            throw exc::CRuntimeExc("Bank blob [%1] for storage [%2] has a wrong size: downloaded: [%3], declared: [%4]",
-                                   bank.filePath, storage_.GetFileName(), buffer_->size(), bank.size);
-        }
-    }
-
-    /// No single object may be larger than the whole: it is not even written.
-    void CheckFits() const {
-        if (buffer_->size() > storage_.GetMetaSize()) {
-            CheckSize(file_.GetPosition() + buffer_->size());
-        }
-    }
-
-    void CheckSize(std::uint64_t size) const {
-        if (size != storage_.GetMetaSize()) {
+    void CheckSize() const {
+        if (const std::uint64_t size = file_.GetSize(); size != storage_.GetMetaSize()) {
             throw exc::CRuntimeExc(
                 "Downloaded storage size differs from declared. StorageId: [%1], downloaded: [%2], declared: [%3]",
                 storage_.GetStorageId(), size, storage_.GetMetaSize());

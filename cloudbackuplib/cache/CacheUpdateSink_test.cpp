@@ -64,6 +64,24 @@ TEST_F(CacheUpdateSink, ANewSinkMakesTheStorageCountAsChanged) {
     EXPECT_EQ(descriptor.HeaderSize, 0U);
 }
 
+TEST_F(CacheUpdateSink, TheLastArgumentIsNotUsed) {
+    cache_->Put(storage, file_, 4);
+    const CCacheUpdateSink sink(storage, cache_, extent_, ~0UL);
+    EXPECT_THAT(cache_->EnumUpdates(), ElementsAre(Pair(storage, 4UL)));
+    EXPECT_EQ(cache_->GetMetadataDescriptor(storage).HeaderSize, 0U);
+}
+
+TEST_F(CacheUpdateSink, AnotherSinkOfTheStorageKeepsWhatWasReported) {
+    cache_->Put(storage, file_, 4);
+    const auto first = MakeSink();
+    first->Update(5, {{8, Part(1)}}, {{8, Part(1)}}, 8);
+    const auto second = MakeSink();
+    EXPECT_THAT(cache_->EnumUpdates(), ElementsAre(Pair(storage, 5UL)));
+    const auto descriptor = cache_->GetMetadataDescriptor(storage);
+    EXPECT_THAT(descriptor.UpdatedParts, ElementsAre(Pair(8UL, Part(1))));
+    EXPECT_EQ(descriptor.HeaderSize, 0U) << "a registration reports a header of 0 bytes";
+}
+
 TEST_F(CacheUpdateSink, ReportsGoToTheCache) {
     cache_->Put(storage, file_, 4);
     const auto sink = MakeSink();

@@ -96,6 +96,38 @@ TEST_F(StgMetaCacheLoad, ReadsTheFileOnceTheExtentIsGone) {
     EXPECT_EQ(Text(*parts.at(1).Data.Get()), "il");
 }
 
+TEST_F(StgMetaCacheLoad, ReadsTheExtentOfTheLastReport) {
+    const auto first = std::make_shared<test::MemoryExtent>("first");
+    const auto second = std::make_shared<test::MemoryExtent>("the second");
+    Register(first);
+    Register(second);
+    cache_.SuspendForCheckpoint();
+    EXPECT_EQ(LoadAll(), "the second");
+    parts_map_t parts{{4, Part(3)}};
+    EXPECT_EQ(cache_.LoadParts(storage_, parts), 10U);
+    EXPECT_EQ(Text(*parts.at(4).Data.Get()), "sec");
+    EXPECT_TRUE(first->GetReads().empty());
+}
+
+/// An extent that is longer after each read.
+class GrowingExtent : public test::MemoryExtent {
+public:
+    std::size_t Read(std::uint64_t offset, void* buffer, std::size_t size) override {
+        const std::size_t got = MemoryExtent::Read(offset, buffer, size);
+        SetBytes(std::string(static_cast<std::size_t>(GetSize()) + 10, 'x'));
+        return got;
+    }
+};
+
+TEST_F(StgMetaCacheLoad, TellsTheSizeThatTheWholeHasAfterTheReads) {
+    const auto extent = std::make_shared<GrowingExtent>();
+    extent->SetBytes(std::string(10, 'x'));
+    Register(extent);
+    cache_.SuspendForCheckpoint();
+    parts_map_t parts{{0, Part(1)}, {5, Part(5)}};
+    EXPECT_EQ(cache_.LoadParts(storage_, parts), 30U);
+}
+
 TEST_F(StgMetaCacheLoad, ReadsPartsOfTheFile) {
     WriteFile("0123456789");
     parts_map_t parts{{0, Part(2)}, {4, Part(3)}, {9, Part(1)}};

@@ -178,6 +178,32 @@ TEST(StgMetaCache, SuspendedModeRefusesChangesAndStaysAsItWas) {
     EXPECT_EQ(cache.GetMetadataDescriptor(storageA).HeaderSize, 8U);
 }
 
+TEST(StgMetaCache, TheModeIsCheckedBeforeTheRecord) {
+    CStgMetaCache cache;
+    parts_map_t parts;
+    EXPECT_EQ(MessageOf([&] { (void)cache.Load(storageA); }), "Storage cache is not suspended");
+    EXPECT_EQ(MessageOf([&] { cache.LoadParts(storageA, parts); }), "Storage cache is not suspended");
+    cache.SuspendForCheckpoint();
+    EXPECT_EQ(MessageOf([&] { cache.Update(storageA, 1, nullptr, {}, {}, 0); }),
+              "Storage cache is suspended for checkpoint");
+    EXPECT_EQ(MessageOf([&] { cache.Pop(storageA); }), "Storage cache is suspended for checkpoint");
+}
+
+TEST(StgMetaCache, EveryModeAnswersQueries) {
+    CStgMetaCache cache;
+    cache.Put(storageA, "/local/a", 1);
+    for (const bool suspended : {false, true}) {
+        if (suspended) {
+            cache.SuspendForCheckpoint();
+        }
+        std::string path;
+        unsigned long version = 0;
+        EXPECT_TRUE(cache.Find(storageA, path, version));
+        EXPECT_THAT(cache.EnumUpdates(), IsEmpty());
+        EXPECT_EQ(cache.GetMetadataDescriptor(storageA).HeaderSize, 0U);
+    }
+}
+
 TEST(StgMetaCache, ResumeKeepsTheChangeSetOrStartsAFreshOne) {
     CStgMetaCache cache;
     cache.Put(storageA, "/local/a", 1);

@@ -13,106 +13,103 @@ namespace {
 using test_texts::fullCompatible;
 using test_texts::fullLongTerm;
 
-enum class EKind { text, number, version, id };
+/// A negative version is taken, "-0" is none.
+test::SAttributeRule VersionRule() {
+    test::SAttributeRule rule = test::FormRule("a number", [](const auto& value) { return value == "-1"; });
+    rule.refusal = [form = rule.refusal](const auto& place, const auto& value) {
+        return value == "-0" ? std::string("Unsupported cloud backup version: [0]") : form(place, value);
+    };
+    rule.missing = "Unsupported cloud backup version: [0]";
+    return rule;
+}
 
-EKind KindOf(const test::SAttributePlace& place) {
+test::SAttributeRule RuleOf(const test::SAttributePlace& place) {
+    static const std::set<std::string> numbers{"Id", "MetaVersion", "MetaFileSize", "Offset", "Size"};
+    static const std::set<std::string> optional{"HasLongTerm", "IsLongTerm", "InlineContent", "BlockStoreSchema"};
     if (place.name == "FormatVersion") {
-        return EKind::version;
+        return VersionRule();
     }
     if (place.name == "StorageId" || (place.name == "Id" && place.element == "Owner")) {
-        return EKind::id;
+        return test::GuidRule();
     }
-    static const std::set<std::string> numbers{"Id", "MetaVersion", "MetaFileSize", "Offset", "Size"};
-    return numbers.count(place.name) != 0 ? EKind::number : EKind::text;
+    if (optional.count(place.name) != 0) {
+        return test::Optional(test::TextRule());
+    }
+    return numbers.count(place.name) != 0 ? test::UnsignedRule() : test::TextRule();
 }
 
-bool IsOptional(const test::SAttributePlace& place) {
-    static const std::set<std::string> optional{"HasLongTerm", "IsLongTerm", "InlineContent", "BlockStoreSchema"};
-    return optional.count(place.name) != 0;
-}
+using damage_param_t = std::tuple<std::string, DxrContentFeature>;
 
-const char* KindText(EKind kind) {
-    return kind == EKind::number ? "an unsigned number" : kind == EKind::version ? "a number" : "a GUID";
-}
-
-/// Every test runs over each attribute of both documents.
-class CheckpointDamage : public testing::TestWithParam<std::tuple<std::string, DxrContentFeature>> {
+class CheckpointDamage : public testing::TestWithParam<damage_param_t> {
 protected:
     [[nodiscard]] const std::string& Text() const { return std::get<0>(GetParam()); }
-
-    [[nodiscard]] std::string Failure(const std::string& text) const {
-        return test::FailureOf(
-                   [&](const std::string& t) { static_cast<void>(test_texts::Read(t, std::get<1>(GetParam()))); }, text)
-            .value_or("");
-    }
-
-    void ExpectMalformed(const std::string& value, const std::set<EKind>& kinds) const {
-        for (const auto& place : test::FindAttributes(Text())) {
-            const bool refused = kinds.count(KindOf(place)) != 0;
-            const std::string expected = "Attribute '" + place.name + "' of node '" + place.element + "' is not " +
-                                         KindText(KindOf(place)) + ": '" + value.substr(0, 64) + "'";
-            EXPECT_EQ(Failure(test::WithValue(Text(), place, value)), refused ? expected : "")
-                << place.element << " " << place.name;
-        }
+    [[nodiscard]] auto Reader() const {
+        return [feature = std::get<1>(GetParam())](const std::string& text) {
+            static_cast<void>(test_texts::Read(text, feature));
+        };
     }
 };
 
-TEST_P(CheckpointDamage, IsFoundInEveryCut) {
-    const std::size_t end = Text().rfind('>');
-    for (std::size_t size = 0; size <= end; ++size) {
-        EXPECT_EQ(Failure(Text().substr(0, size)).find("Invalid XML document: "), 0U) << size;
-    }
-    EXPECT_EQ(Failure(Text().substr(0, end + 1)), "");
-}
-
-TEST_P(CheckpointDamage, NamesAMissingAttribute) {
-    std::size_t seen = 0;
-    for (const auto& place : test::FindAttributes(Text())) {
-        std::string expected = "Cannot find required attribute '" + place.name + "' of node '" + place.element + "'";
-        if (place.name == "FormatVersion") {
-            expected = "Unsupported cloud backup version: [0]";
-        }
-        EXPECT_EQ(Failure(test::Without(Text(), place)), IsOptional(place) ? "" : expected);
-        ++seen;
-    }
-    EXPECT_EQ(seen, 20U);
-}
-
-TEST_P(CheckpointDamage, RefusesADoubledAttribute) {
-    for (const auto& place : test::FindAttributes(Text())) {
-        EXPECT_EQ(Failure(test::Doubled(Text(), place)).find("Invalid XML document: "), 0U) << place.name;
-    }
-}
-
-TEST_P(CheckpointDamage, NamesAnEmptiedAttribute) { ExpectMalformed("", {EKind::number, EKind::version, EKind::id}); }
-
-TEST_P(CheckpointDamage, NamesAHugeNumber) {
-    ExpectMalformed("18446744073709551616", {EKind::number, EKind::version, EKind::id});
-    ExpectMalformed(std::string(100000, '9'), {EKind::number, EKind::version, EKind::id});
-}
-
-TEST_P(CheckpointDamage, NamesANegativeNumber) { ExpectMalformed("-1", {EKind::number, EKind::id}); }
-
-TEST_P(CheckpointDamage, NamesWhatIsNoNumber) {
-    for (const char* value : {"x", "1x", " 1", "1 ", "+1", "0x10", "1.0", "1,0"}) {
-        ExpectMalformed(value, {EKind::number, EKind::version, EKind::id});
-    }
-}
-
-TEST_P(CheckpointDamage, RefusesBytesThatAreNoText) {
-    for (const auto& place : test::FindAttributes(Text())) {
-        for (const std::string& value : {std::string("\xC3"), std::string("\xFF\xFE"), std::string("a\0", 2)}) {
-            EXPECT_EQ(Failure(test::WithValue(Text(), place, value)).find("Invalid XML document: "), 0U) << place.name;
-        }
-        EXPECT_EQ(Failure(test::WithValue(Text(), place, "&#0;")).find("Invalid XML document: "), 0U) << place.name;
-    }
+TEST_P(CheckpointDamage, IsNamedByElementAndAttribute) {
+    EXPECT_EQ(test::ExpectReaderStands(Text(), Reader(), RuleOf), 20U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Documents, CheckpointDamage,
                          testing::Combine(testing::Values(fullCompatible, fullLongTerm),
                                           testing::Values(DxrContentFeature::compatible, DxrContentFeature::longTerm)));
 
-TEST(CheckpointDamage, FarTooManyStoragesAreStillRead) {
+// What holds a checkpoint goes on holding it when the next document cannot be read.
+TEST(CheckpointDocument, LeavesTheCheckpointThatWasReadBefore) {
+    constexpr auto feature = DxrContentFeature::compatible;
+    auto checkpoint = std::make_shared<CCloudCheckpoint>(test_texts::FullCheckpoint());
+    const auto load = [&](const std::string& text) { checkpoint = test_texts::Read(text, feature); };
+    const auto state = [&] { return test_texts::Text(*checkpoint, feature); };
+    EXPECT_GT(test::ExpectKeepsItsState(fullCompatible, load, state), fullCompatible.size());
+}
+
+// The only part of a checkpoint that is loaded into an object that there was before.
+TEST(DxrDocument, LeavesTheContentThatWasThereBefore) {
+    const std::string text = "<Dxr InlineContent=\"eNpzqSgCAAIxAS8=\" />";
+    CCloudDxrDescriptor dxr("before");
+    const auto load = [&](const std::string& t) {
+        dxr.Deserialize(xml::TiXmlGetChildExc(xml::TiXmlParseExc(t), "Dxr"));
+    };
+    const auto state = [&] {
+        xml::xml_holder_t document = xml::TiXmlCreateDocument();
+        xml::xml_holder_t node = xml::TiXmlCreateChild(document, "Dxr");
+        dxr.Serialize(node);
+        return xml::TiXmlToStr(document);
+    };
+    EXPECT_EQ(test::ExpectReaderStands(text, load, [](const auto&) { return test::Optional(test::TextRule()); }), 1U);
+    EXPECT_EQ(test::ExpectKeepsItsState(text, load, state), text.size() + 1 + test::ImpossibleValues().size());
+}
+
+/// Nothing that stands in an attribute is lost on the way, however long it is.
+TEST(CheckpointDocument, HugeTextsAreReadWhole) {
+    const std::string huge(std::size_t{1} << 20U, 'x');
+    const auto place = [](const std::string& element, const std::string& name) {
+        for (const auto& found : test::FindAttributes(fullCompatible)) {
+            if (found.element == element && found.name == name) {
+                return found;
+            }
+        }
+        return test::SAttributePlace();
+    };
+    const auto read = [&](const std::string& element, const std::string& name) {
+        return test_texts::Read(test::WithValue(fullCompatible, place(element, name), huge),
+                                DxrContentFeature::compatible);
+    };
+    EXPECT_TRUE(read("Owner", "Type")->GetOwner().GetType() == huge);
+    EXPECT_TRUE(read("Owner", "Description")->GetOwner().GetDescription() == huge);
+    EXPECT_TRUE(read("Stg", "FileName")->GetStorages()[1].GetFileName() == huge);
+    const auto parts = read("MetaPart", "FilePath")->GetStorages()[1].GetCloudMetadataPartDescriptionsMap();
+    EXPECT_TRUE(parts.at(64).filePath == huge);
+    EXPECT_EQ(read("StgLongTerm", "BlockStoreSchema")->GetStorages()[0].GetBlockStoreSchema(),
+              CloudStorageBlockStoreSchema::legacy);
+    EXPECT_THROW(static_cast<void>(read("Dxr", "InlineContent")->GetDxr().GetContent()), exc::CRuntimeExc);
+}
+
+TEST(CheckpointDocument, FarTooManyStoragesAreStillRead) {
     std::string text = "<Checkpoint FormatVersion=\"2\" Id=\"1\"><Dxr/>";
     for (int i = 0; i < 20000; ++i) {
         text +=

@@ -35,6 +35,11 @@ TEST(DxrContentFeature, HasATextForEachValue) {
     EXPECT_EQ(ToString(longTerm), "longTerm");
 }
 
+TEST(DxrContentFeature, HasANumberForEachValue) {
+    EXPECT_EQ(static_cast<int>(compatible), 0);
+    EXPECT_EQ(static_cast<int>(longTerm), 1);
+}
+
 TEST(DxrContentFeature, RefusesOtherValues) {
     for (const int value : {2, -1, 1000000}) {
         EXPECT_EQ(
@@ -54,6 +59,23 @@ TEST(CloudCheckpoint, KeepsWhatItIsMadeOf) {
     EXPECT_EQ(checkpoint.GetOwner().GetId(), test_texts::ownerId);
     EXPECT_EQ(checkpoint.GetId(), 42U);
     EXPECT_EQ(checkpoint.GetFormatVersion(), 2);
+}
+
+TEST(CloudCheckpoint, CopiesWhatItIsMadeOf) {
+    std::vector<CCloudStorageDescriptor> storages{LegacyStorage()};
+    const CCloudCheckpoint checkpoint(storages, {}, {}, {}, 1, 2);
+    storages[0].SetCloudMetadataPartDescriptionsMap({});
+    storages.push_back(BlobsStorage());
+    ASSERT_EQ(checkpoint.GetStorages().size(), 1U);
+    EXPECT_EQ(checkpoint.GetStorages()[0].GetCloudMetadataPartDescriptionsMap(),
+              LegacyStorage().GetCloudMetadataPartDescriptionsMap());
+}
+
+TEST(CloudCheckpoint, TakesAnyFormatVersionAsItIs) {
+    const test::SingleFileOption singleFile(true);
+    for (const int version : {-1, 0, 2, 3}) {
+        EXPECT_EQ(CCloudCheckpoint({}, {}, {}, {}, 1, version).GetFormatVersion(), version);
+    }
 }
 
 TEST(CloudCheckpoint, TakesItsFormatVersionFromTheOptions) {
@@ -216,6 +238,49 @@ TEST(CloudCheckpoint, SkipsChildrenOfOtherNames) {
     const std::string text =
         Replace(fullCompatible, "</Checkpoint>", "<stg/><StgX/>text<StgLongTermX/><!-- <Stg/> --></Checkpoint>");
     EXPECT_EQ(Text(*Read(text, compatible), compatible), fullCompatible);
+}
+
+TEST(CloudCheckpoint, OfSeveralNodesOfOneNameTheFirstCounts) {
+    const std::string text = Replace(fullCompatible, "</Checkpoint>",
+                                     "<Owner Id=\"no id\"/><Dxr/><DxrLongTerm InlineContent=\"later\"/></Checkpoint>");
+    for (const auto feature : {compatible, longTerm}) {
+        EXPECT_EQ(Text(*Read(text, feature), compatible), fullCompatible);
+    }
+}
+
+TEST(CloudCheckpoint, KeepsItsStoragesInTheDocumentsOrder) {
+    const auto node = [](const char* name, const char* file) {
+        return std::string("<") + name + " FileName=\"" + file +
+               "\" MetaVersion=\"1\" MetaFileSize=\"1\" StorageId=\"0000000b-0000-0000-0000-000000000001\"/>";
+    };
+    const std::string text = "<Checkpoint FormatVersion=\"2\" Id=\"1\">" + node("Stg", "z") + node("StgLongTerm", "a") +
+                             "<DxrLongTerm/>" + node("Stg", "m") + "<Dxr/>" + node("StgLongTerm", "b") +
+                             "</Checkpoint>";
+    for (const auto feature : {compatible, longTerm}) {
+        std::string order;
+        const auto checkpoint = Read(text, feature);
+        for (const auto& storage : checkpoint->GetStorages()) {
+            order += storage.GetFileName();
+        }
+        EXPECT_EQ(order, "zamb");
+    }
+}
+
+// The name of the node says nothing of the schema when a document is read.
+TEST(CloudCheckpoint, TakesTheSchemaFromTheAttributeAlone) {
+    const std::string text = Replace(fullCompatible, " BlockStoreSchema=\"blobs\"", "");
+    EXPECT_EQ(Read(text, compatible)->GetStorages()[0].GetBlockStoreSchema(), CloudStorageBlockStoreSchema::legacy);
+    EXPECT_EQ(Read(fullLongTerm, longTerm)->GetStorages()[0].GetBlockStoreSchema(),
+              CloudStorageBlockStoreSchema::blobs);
+}
+
+TEST(CloudCheckpoint, WritesNoPartsInSingleFileMode) {
+    const test::SingleFileOption singleFile(true);
+    for (const auto feature : {compatible, longTerm}) {
+        const std::string text = Text(FullCheckpoint(), feature);
+        EXPECT_EQ(text.find("MetaPart"), std::string::npos);
+        EXPECT_NE(text.find("FormatVersion=\"2\""), std::string::npos) << "the version is the checkpoint's own";
+    }
 }
 
 TEST(CloudCheckpoint, MayBeNamedOtherwise) {

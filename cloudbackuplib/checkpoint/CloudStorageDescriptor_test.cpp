@@ -82,8 +82,12 @@ TEST(CloudStorageDescriptor, IsWrittenWithoutSchemaWhenLegacy) { EXPECT_EQ(Text(
 TEST(CloudStorageDescriptor, IsWrittenWithPartsByAscendingOffset) { EXPECT_EQ(Text(Full()), fullText); }
 
 TEST(CloudStorageDescriptor, WritesThePartsOwnOffsetNotTheKey) {
+    const cloud_parts_map_t mismatched{{1, {"p", 99, 5}}};
+    const CCloudStorageDescriptor made(storageId, "f", 1, 1, CloudStorageBlockStoreSchema::legacy, mismatched);
+    EXPECT_EQ(made.GetCloudMetadataPartDescriptionsMap(), mismatched) << "unchecked";
     CCloudStorageDescriptor storage = Bare();
-    storage.SetCloudMetadataPartDescriptionsMap({{1, {"p", 99, 5}}});
+    storage.SetCloudMetadataPartDescriptionsMap(mismatched);
+    EXPECT_EQ(ReadStorage(Text(made)).GetCloudMetadataPartDescriptionsMap(), (cloud_parts_map_t{{99, {"p", 99, 5}}}));
     EXPECT_NE(Text(storage).find("<MetaPart FilePath=\"p\" Offset=\"99\" Size=\"5\" />"), std::string::npos);
 }
 
@@ -146,6 +150,17 @@ TEST(CloudStorageDescriptor, CarriesTheLargestNumbers) {
     EXPECT_EQ(read.GetMetaVersion(), most);
     EXPECT_EQ(read.GetMetaSize(), most);
     EXPECT_EQ(read.GetCloudMetadataPartDescriptionsMap(), storage.GetCloudMetadataPartDescriptionsMap());
+}
+
+TEST(CloudStorageDescriptor, ReadsTheAttributesOfAPartInAFixedOrder) {
+    const auto failure = [](const std::string& attributes) {
+        std::string text = fullText;
+        return FailureText(text.replace(text.find("</Stg>"), 0, "<MetaPart" + attributes + "/>"));
+    };
+    EXPECT_EQ(failure(""), "Cannot find required attribute 'FilePath' of node 'MetaPart'");
+    EXPECT_EQ(failure(" FilePath=\"\""), "Cannot find required attribute 'Offset' of node 'MetaPart'");
+    EXPECT_EQ(failure(" FilePath=\"\" Offset=\"0\""), "Cannot find required attribute 'Size' of node 'MetaPart'");
+    EXPECT_EQ(failure(" FilePath=\"\" Offset=\"0\" Size=\"0\""), "");
 }
 
 TEST(CloudStorageDescriptor, ReadsItsAttributesInAFixedOrder) {

@@ -12,9 +12,11 @@ void COwnerDescriptor::Serialize(xml::xml_holder_t& node) const {
 }
 
 COwnerDescriptor COwnerDescriptor::Deserialize(const xml::xml_holder_t& node) {
-    const guid::guid_t id = xml::TiXmlGetGuidAttrExc(node, "Id");
+    // All three must be there before the first is read as an id.
+    static_cast<void>(xml::TiXmlGetStrAttrExc(node, "Id"));
     const std::string type = xml::TiXmlGetStrAttrExc(node, "Type");
-    return {id, type, xml::TiXmlGetStrAttrExc(node, "Description")};
+    const std::string description = xml::TiXmlGetStrAttrExc(node, "Description");
+    return {xml::TiXmlGetGuidAttrExc(node, "Id"), type, description};
 }
 
 }  // namespace cloudbackuplib::backup::checkpoint

@@ -70,6 +70,26 @@ TEST(OwnerDescriptor, IsRefusedWithABadId) {
               "Attribute 'Id' of node 'Owner' is not a GUID: ''");
 }
 
+TEST(OwnerDescriptor, ReadsItsAttributesInAFixedOrder) {
+    EXPECT_EQ(FailureText("<Owner/>"), "Cannot find required attribute 'Id' of node 'Owner'");
+    EXPECT_EQ(FailureText("<Owner Description=\"\"/>"), "Cannot find required attribute 'Id' of node 'Owner'");
+    EXPECT_EQ(FailureText("<Owner Id=\"me\"/>"), "Cannot find required attribute 'Type' of node 'Owner'");
+    EXPECT_EQ(FailureText("<Owner Id=\"me\" Type=\"\"/>"),
+              "Cannot find required attribute 'Description' of node 'Owner'");
+}
+
+TEST(OwnerDescriptor, StandsAnyDamage) {
+    const auto read = [](const std::string& text) { static_cast<void>(ReadOwner(text)); };
+    EXPECT_EQ(test::ExpectReaderStands(
+                  ownerText, read,
+                  [](const auto& place) { return place.name == "Id" ? test::GuidRule() : test::TextRule(); }),
+              3U);
+}
+
+TEST(OwnerDescriptor, OfANullIdIsReadAsUnset) {
+    EXPECT_FALSE(ReadOwner("<Owner Id=\"00000000-0000-0000-0000-000000000000\" Type=\"t\" Description=\"\"/>").IsSet());
+}
+
 TEST(OwnerDescriptor, MayHaveEmptyTexts) {
     const COwnerDescriptor owner =
         ReadOwner("<Owner Id=\"0123abcd-4567-89ab-cdef-0123456789ab\" Type=\"\" Description=\"\"/>");

@@ -4,6 +4,7 @@
 #include <rapidcheck/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "common/exc.h"
 
@@ -106,9 +107,11 @@ TEST(BlockExternalId, TellsOfAReadThatIsTooShort) {
 
 TEST(BlockExternalId, StaysAsItWasWhenAReadFails) {
     SBlockExternalId id = MakeId();
-    auto stream = StreamOf(std::string(40, '\0'));
-    EXPECT_THROW(SBlockExternalId::Unserial(stream, id), exc::CRuntimeExc);
-    EXPECT_EQ(id, MakeId());
+    for (std::size_t size = 0; size < goldenBytes.size(); ++size) {
+        auto stream = StreamOf(std::string(size, '\0'));
+        EXPECT_THROW(SBlockExternalId::Unserial(stream, id), exc::CRuntimeExc) << size;
+        EXPECT_EQ(id, MakeId()) << size;
+    }
 }
 
 TEST(BlockExternalId, TellsOfAWriteThatIsTooShort) {
@@ -136,6 +139,30 @@ TEST(BlockExternalId, DoesNotCheckTheCountOfTheIdWhenWriting) {
         bool first_ = true;
     } stream;
     EXPECT_NO_THROW(MakeId().Serial(stream));
+}
+
+TEST(BlockExternalId, DoesNotCheckTheCountOfTheIdWhenReading) {
+    /// Gives everything, but says of the first read that it gave nothing.
+    class CFirstReadLost : public io::mem_stream_tt<> {
+    public:
+        using io::mem_stream_tt<>::mem_stream_tt;
+        std::size_t Read(void* data, std::size_t size) override {
+            const std::size_t received = io::mem_stream_tt<>::Read(data, size);
+            return std::exchange(first_, false) ? 0 : received;
+        }
+
+    private:
+        bool first_ = true;
+    } stream(cnt::array_t<char>(goldenBytes.begin(), goldenBytes.end()));
+    SBlockExternalId id;
+    EXPECT_EQ(SBlockExternalId::Unserial(stream, id), MakeId());
+}
+
+TEST(BlockExternalId, CutAnywhereIsRefused) {
+    for (std::size_t size = 0; size < goldenBytes.size(); ++size) {
+        EXPECT_NE(ReadFailure(goldenBytes.substr(0, size)), "") << size;
+    }
+    EXPECT_EQ(ReadFailure(goldenBytes), "");
 }
 
 TEST(BlockExternalId, ComparesEachFieldForEquality) {
@@ -170,6 +197,11 @@ TEST(BlockExternalId, ComparesBytesAsUnsigned) {
     SBlockExternalId high;
     low.id = bytes_t{0x7F, 0xFF};
     high.id = bytes_t{0x80};
+    EXPECT_TRUE(low < high);
+    EXPECT_FALSE(high < low);
+    high.id = low.id;
+    low.keySetId.bytes = bytes_t{0x7F, 0xFF};
+    high.keySetId.bytes = bytes_t{0x80};
     EXPECT_TRUE(low < high);
     EXPECT_FALSE(high < low);
 }

@@ -22,6 +22,8 @@ TEST(CloudPaths, NumberCheckpointsInPlainDecimal) {
     EXPECT_EQ(GetCheckpointPath("B", 12), "/B/Metadata/Checkpoint/12");
     EXPECT_EQ(GetCheckpointLongTermPath("B", 0), "/B/Metadata/CheckpointLongTerm/0");
     EXPECT_EQ(GetCheckpointLongTermPath("B", 12), "/B/Metadata/CheckpointLongTerm/12");
+    EXPECT_EQ(GetCheckpointLongTermPath("B", std::numeric_limits<unsigned long>::max()),
+              "/B/Metadata/CheckpointLongTerm/18446744073709551615");
     EXPECT_EQ(GetCheckpointPath("B", std::numeric_limits<unsigned long>::max()),
               "/B/Metadata/Checkpoint/18446744073709551615");
 }
@@ -30,6 +32,11 @@ TEST(CloudPaths, JoinWhatTheyGetUnchecked) {
     EXPECT_EQ(GetBackupFolder(""), "/");
     EXPECT_EQ(GetCheckpointFolder(""), "//Metadata/Checkpoint");
     EXPECT_EQ(GetCheckpointPath("", 3), "//Metadata/Checkpoint/3");
+    EXPECT_EQ(GetCheckpointLongTermFolder(""), "//Metadata/CheckpointLongTerm");
+    EXPECT_EQ(GetCheckpointLongTermPath("", 3), "//Metadata/CheckpointLongTerm/3");
+    EXPECT_EQ(GetBackupMetaItemPath("", ""), "//Metadata/");
+    EXPECT_EQ(GetBackupBlockFolder("", ""), "//BlockStore/");
+    EXPECT_EQ(EnumCloudBlockSubfolders("", storageId)[1], "//BlockStore/0123abcd-4567-89ab-cdef-0123456789ab/01");
     EXPECT_EQ(GetBackupMetaItemPath("a/../b", "/x"), "/a/../b/Metadata//x");
     EXPECT_EQ(GetBackupBlockFolder("B", ""), "/B/BlockStore/");
 }

@@ -86,14 +86,26 @@ TEST_F(RestrictedCloudClient, MapsThePathsOfFolders) {
 }
 
 TEST_F(RestrictedCloudClient, ReturnsListingsAsTheyAre) {
-    SCloudObjectInfo entry;
-    entry.name = "/R/a/inner";
-    entry.size = 5;
-    EXPECT_CALL(*inner_, QueryFolder("/R/a")).WillOnce(Return(std::vector<SCloudObjectInfo>{entry}));
+    SCloudObjectInfo object;
+    object.name = "/R/a/inner";
+    object.size = 5;
+    object.modified = std::chrono::system_clock::time_point(std::chrono::seconds(7));
+    object.md5 = digest::Md5(std::string_view("x"));
+    object.tier = EStorageTier::archive;
+    SCloudObjectInfo folder;
+    folder.name = "R";
+    folder.isFolder = true;
+    EXPECT_CALL(*inner_, QueryFolder("/R/a")).WillOnce(Return(std::vector<SCloudObjectInfo>{object, folder}));
     const auto entries = client_.QueryFolder("a");
-    ASSERT_EQ(entries.size(), 1U);
+    ASSERT_EQ(entries.size(), 2U);
     EXPECT_EQ(entries[0].name, "/R/a/inner");
+    EXPECT_FALSE(entries[0].isFolder);
     EXPECT_EQ(entries[0].size, 5U);
+    EXPECT_EQ(entries[0].modified, object.modified);
+    EXPECT_EQ(entries[0].md5, object.md5);
+    EXPECT_EQ(entries[0].tier, EStorageTier::archive);
+    EXPECT_EQ(entries[1].name, "R");
+    EXPECT_TRUE(entries[1].isFolder);
 }
 
 TEST_F(RestrictedCloudClient, HandsThePathOfTheObjectCountOnUnmapped) {
@@ -145,6 +157,18 @@ TEST_F(RestrictedCloudClient, PassesFailuresThroughUnchanged) {
     } catch (const CObjectNotFoundExc& e) {
         EXPECT_EQ(e.GetPath(), "/R/a");
     }
+}
+
+TEST_F(RestrictedCloudClient, HandsOutTheTasksFailureAsItIs) {
+    const task::task_ptr failing = task::RunNow([] { throw CObjectNotFoundExc("DownloadFile", "/R/a"); });
+    EXPECT_CALL(*inner_, DownloadFileAsync("/R/a", buffer_)).WillOnce(Return(failing));
+    const task::task_ptr one = client_.DownloadFileAsync("a", buffer_);
+    EXPECT_THROW(one->Wait(), CObjectNotFoundExc);
+}
+
+TEST_F(RestrictedCloudClient, MapsTheEmptyPathOfACopyToItsRoot) {
+    EXPECT_CALL(*inner_, CopyFileAsync("/R", "/R")).WillOnce(Return(task_));
+    EXPECT_EQ(client_.CopyFileAsync("", ""), task_);
 }
 
 TEST_F(RestrictedCloudClient, MayStandInsideAnother) {

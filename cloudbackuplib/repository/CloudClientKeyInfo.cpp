@@ -10,7 +10,8 @@ namespace {
 
 constexpr const char* keyNode = "EncryptionKey";
 
-/// An empty text, as a missing one, stands for a key without an id.
+/// An empty text, as a missing one, stands for a key without an id. What is no id is not quoted: in a damaged document
+/// it may be the salt.
 std::shared_ptr<crypto::CKeySetId> DeserializeId(const xml::xml_holder_t& node) {
     const std::string text = xml::TiXmlGetStrAttrSafe(node, "Id");
     if (text.empty()) {
@@ -19,7 +20,7 @@ std::shared_ptr<crypto::CKeySetId> DeserializeId(const xml::xml_holder_t& node) 
     try {
         return std::make_shared<crypto::CKeySetId>(crypto::SRawKeySetId::FromStr(text));
     } catch (const std::exception&) {
-        throw exc::CRuntimeExc("Attribute 'Id' of node '%1' is not a key set id: '%2'", keyNode, text.substr(0, 64));
+        throw exc::CRuntimeExc("Attribute 'Id' of node '%1' is not a key set id", keyNode);
     }
 }
 

@@ -99,16 +99,15 @@ TEST(CloudClientKeyInfo, NamesAMissingAttribute) {
             place.name == "Id" ? "" : "Cannot find required attribute '" + place.name + "' of node 'EncryptionKey'");
     }
     EXPECT_EQ(FailureText("<EncryptionKey/>"), "Cannot find required attribute 'Salt' of node 'EncryptionKey'");
-    EXPECT_EQ(FailureText("<EncryptionKey Id=\"x\"/>"),
-              "Attribute 'Id' of node 'EncryptionKey' is not a key set id: 'x'");
+    EXPECT_EQ(FailureText("<EncryptionKey Id=\"x\"/>"), "Attribute 'Id' of node 'EncryptionKey' is not a key set id");
 }
 
-TEST(CloudClientKeyInfo, NamesABadId) {
+TEST(CloudClientKeyInfo, NamesABadIdWithoutQuotingIt) {
     const auto place = test::FindAttributes(text)[0];
     for (const std::string& value :
          {std::string("-1"), std::string("x"), std::string(31, 'a'), std::string(33, 'a'), std::string(1000, '9')}) {
         EXPECT_EQ(FailureText(test::WithValue(text, place, value)),
-                  "Attribute 'Id' of node 'EncryptionKey' is not a key set id: '" + value.substr(0, 64) + "'");
+                  "Attribute 'Id' of node 'EncryptionKey' is not a key set id");
     }
 }
 

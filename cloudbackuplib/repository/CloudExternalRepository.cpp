@@ -149,15 +149,14 @@ SCloudRepositoryDescription CCloudExternalRepository::LoadDescription() const {
 }
 
 void CCloudExternalRepository::LoadOwner() {
-    owner_ = {};
-    const auto found = document::Read(*primaryClient_, GetRepoOwnerPath());
-    if (!found) {
-        return;
+    SCloudRepoIdentity loaded;
+    if (const auto found = document::Read(*primaryClient_, GetRepoOwnerPath())) {
+        const auto owner = checkpoint::COwnerDescriptor::Deserialize(xml::TiXmlGetChildExc(*found, ownerNode));
+        if (owner.IsSet()) {
+            loaded = {owner.GetId(), owner.GetType(), owner.GetDescription()};
+        }
     }
-    const auto owner = checkpoint::COwnerDescriptor::Deserialize(xml::TiXmlGetChildExc(*found, ownerNode));
-    if (owner.IsSet()) {
-        owner_ = {owner.GetId(), owner.GetType(), owner.GetDescription()};
-    }
+    owner_ = std::move(loaded);
 }
 
 guid::guid_t CCloudExternalRepository::GetId() const { return id_; }

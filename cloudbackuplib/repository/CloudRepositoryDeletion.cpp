@@ -11,11 +11,14 @@ namespace cloudbackuplib::backup {
 namespace {
 
 guid::guid_t ParseClientFolderName(const std::string& name) {
-    const auto id = guid::guid_t::FromStr(name);
-    if (id.ToAStr() != name) {
-        throw exc::CRuntimeExc("Invalid client identifier");
+    try {
+        const auto id = guid::guid_t::FromStr(name);
+        if (id.ToAStr() == name) {
+            return id;
+        }
+    } catch (const exc::CRuntimeExc&) {  // no id in any form
     }
-    return id;
+    throw exc::CRuntimeExc("Invalid client identifier");
 }
 
 }  // namespace

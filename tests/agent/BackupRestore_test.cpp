@@ -265,7 +265,7 @@ TEST_F(BackupRestore, MetadataThatIsNotTheCheckpointsIsRefused) {
         Restore(1);
         FAIL() << "no exception";
     } catch (const std::exception& failure) {
-        EXPECT_THAT(failure.what(), HasSubstr("_metaparts/8192"));
+        EXPECT_THAT(failure.what(), HasSubstr("Downloaded storage size differs from declared"));
     }
 }
 

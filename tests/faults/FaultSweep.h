@@ -44,6 +44,8 @@ struct SSweep {
     std::function<void(const store_ptr&)> retry;
     /// What must hold in the end, both after a retry and without any fault.
     std::function<void(const store_ptr&)> checkDone;
+    /// The calls that fail.
+    cloudclientlib::operation_set kinds = cloudclientlib::StoreOperations();
 };
 
 /// What a sweep has met.
@@ -64,7 +66,7 @@ inline SSweepResult RunSweep(const store_ptr& base, const SSweep& sweep) {
             const store_ptr store = base->Clone();
             const auto faults = std::make_shared<cloudclientlib::CFaultClient>(store);
             const auto operation = sweep.prepare(faults);
-            faults->Arm({.call = call, .mode = way.mode, .crash = way.crash});
+            faults->Arm({.call = call, .mode = way.mode, .kinds = sweep.kinds, .crash = way.crash});
             try {
                 operation();
             } catch (const std::exception&) {

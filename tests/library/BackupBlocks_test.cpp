@@ -1,3 +1,7 @@
+#include <functional>
+#include <random>
+#include <set>
+
 #include "cloudclientlib/CloudExc.h"
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
@@ -29,6 +33,16 @@ std::string PathOf(const digest::md5_digest_t& digest) {
 class BackupBlocks : public BackupTest {
 protected:
     void PutBlock(const digest::md5_digest_t& digest) { Put(*client_, PathOf(digest), "block"); }
+    /// The paths deleted one by one, in order.
+    [[nodiscard]] std::vector<std::string> Deletions() const {
+        std::vector<std::string> paths;
+        for (const auto& call : client_->GetCalls()) {
+            if (call.operation == "DeleteFile") {
+                paths.push_back(call.path);
+            }
+        }
+        return paths;
+    }
     [[nodiscard]] bool HasBlock(const digest::md5_digest_t& digest) const { return Exists(PathOf(digest)); }
 
     const std::shared_ptr<CCloudBackup> backup_ = Backup(client_);
@@ -95,6 +109,37 @@ TEST_F(BackupBlocks, ReleasedBlocksGoOneByOneInOrder) {
     EXPECT_EQ(PathOf(Digest(0x0A)), store + "/0a/0a000000000000000000000000000000");
 }
 
+TEST_F(BackupBlocks, EverythingIsLoggedInTheSectionOfStorages) {
+    (void)backup_->GetBlockStoreSize(Guid(1));
+    backup_->DeleteBlockStore(Guid(1));
+    backup_->ClearReleasedBlocks(Guid(1), {});
+    backup_->ClearOrphanedBlocks(Guid(1), {});
+    EXPECT_THAT(Sections(), ElementsAre("storage"));
+}
+
+TEST_F(BackupBlocks, FailuresOfAStorePassThrough) {
+    PutBlock(Digest(0x10));
+    const auto scopes = [&](std::uint64_t call, const std::function<void(CCloudBackup&)>& operation) {
+        const auto faults = std::make_shared<CFaultClient>(client_);
+        faults->Arm({.call = call});
+        const RecordingSink sink;
+        EXPECT_THROW(operation(*Backup(faults)), cloudclientlib::CCloudExc);
+        return sink.GetScopes();
+    };
+    const auto failed = [](const std::string& opened) {
+        return ElementsAre("> " + opened + " '" + storageText + "'", "< failed");
+    };
+    EXPECT_THAT(scopes(1, [](CCloudBackup& backup) { (void)backup.GetBlockStoreSize(Guid(1)); }),
+                failed("Calculating blockstore size for storage"));
+    for (const std::uint64_t call : {1U, 2U}) {  // the test for the folder, its deletion
+        EXPECT_THAT(scopes(call, [](CCloudBackup& backup) { backup.DeleteBlockStore(Guid(1)); }),
+                    failed("Deleting storage blockstore"));
+    }
+    EXPECT_THAT(scopes(257, [](CCloudBackup& backup) { backup.ClearOrphanedBlocks(Guid(1), {}); }),
+                failed("Erasing orphaned blocks from storage"));
+    EXPECT_TRUE(HasBlock(Digest(0x10)));
+}
+
 TEST_F(BackupBlocks, NothingReleasedNothingCalled) {
     backup_->ClearReleasedBlocks(Guid(1), {});
     EXPECT_THAT(Calls(), IsEmpty());
@@ -116,27 +161,6 @@ TEST_F(BackupBlocks, AFailedDeletionEndsTheRelease) {
     EXPECT_TRUE(HasBlock(Digest(0x20)));
     EXPECT_TRUE(HasBlock(Digest(0x30)));
     EXPECT_THAT(sink_.GetScopes(), testing::Contains("< failed"));
-}
-
-TEST_F(BackupBlocks, TheHostMayAllowSeveralDeletionsAtOnce) {
-    std::vector<digest::md5_digest_t> digests;
-    for (std::uint8_t i = 0; i < 20; ++i) {
-        digests.push_back(Digest(0x10, i));
-        PutBlock(digests.back());
-    }
-    const auto counting = std::make_shared<cloudclientlib::CCountingClient>(client_);
-    options_t::GetInst().SetBlockDeletionConcurrency(5);
-    Backup(counting)->ClearReleasedBlocks(Guid(1), digests);
-    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 5U);
-    EXPECT_EQ(client_->GetObjectCount(store), 0U);
-    counting->ResetCounts();
-    options_t::GetInst().SetBlockDeletionConcurrency(1000);  // no more than the client allows
-    Backup(counting)->ClearReleasedBlocks(Guid(1), digests);
-    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 8U);
-    counting->ResetCounts();
-    options_t::GetInst().SetBlockDeletionConcurrency(0);
-    Backup(counting)->ClearReleasedBlocks(Guid(1), digests);
-    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 1U);
 }
 
 TEST_F(BackupBlocks, DeletesWhatNobodyUsesInOrder) {
@@ -188,6 +212,88 @@ TEST_F(BackupBlocks, AnyNameIsABlockName) {
     EXPECT_TRUE(Exists(store + "/zz/zz"));
     // Its path follows from its name, not from where it was found.
     EXPECT_THAT(Calls(), testing::Contains("DeleteFile " + store + "/0A/0A000000000000000000000000000000"));
+}
+
+TEST_F(BackupBlocks, ANameFoundTwiceIsOneBlock) {
+    const std::string name = paths::DigestToBlockName(Digest(0xAB));
+    Put(*client_, store + "/ab/" + name, "x");
+    Put(*client_, store + "/cd/" + name, "x");
+    Put(*client_, store + "/00/stray", "x");
+    Put(*client_, store + "/ff/stray", "x");
+    client_->ClearCalls();
+    backup_->ClearOrphanedBlocks(Guid(1), {});
+    EXPECT_THAT(sink_.GetTexts(level_t::tr),
+                ElementsAre("Loaded 2 block digests from blockstore", "2 orphaned blocks will be deleted"));
+    EXPECT_EQ(Deletions(), (std::vector<std::string>{store + "/ab/" + name, store + "/st/stray"}));
+}
+
+TEST_F(BackupBlocks, NamesAreOrderedAsTexts) {
+    const std::vector<std::string> names = {"!",
+                                            "00",
+                                            "00000000000000000000000000000000",
+                                            "000000000000000000000000000000000",
+                                            "0000000000000000000000000000000A",
+                                            "0000000000000000000000000000000a",
+                                            "0000000000000000000000000000000g",
+                                            "00x",
+                                            "9fffffffffffffffffffffffffffffff",
+                                            "A0000000000000000000000000000000",
+                                            "a",
+                                            "a0000000000000000000000000000000",
+                                            "ffffffffffffffffffffffffffffffff",
+                                            "g",
+                                            "\xC3\xA9"};
+    for (auto name = names.rbegin(); name != names.rend(); ++name) {
+        Put(*client_, store + "/00/" + *name, "x");
+    }
+    client_->ClearCalls();
+    backup_->ClearOrphanedBlocks(Guid(1), {});
+    std::vector<std::string> expected;
+    for (const auto& name : names) {
+        expected.push_back(store + "/" + name.substr(0, 2) + "/" + name);
+    }
+    EXPECT_EQ(Deletions(), expected);
+}
+
+/// What is left of random names after random digests were taken out, by way of a set of strings.
+TEST_F(BackupBlocks, ForgetsNoNameAndInventsNone) {
+    for (unsigned seed = 1; seed <= 5; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        std::mt19937 random(seed);
+        const auto roll = [&](unsigned sides) { return static_cast<unsigned>(random() % sides); };
+        std::set<std::string> names;
+        std::vector<digest::md5_digest_t> inUse;
+        for (unsigned i = 0; i < 300; ++i) {
+            const auto digest = digest::Md5("block " + std::to_string(roll(200)));
+            std::string name = paths::DigestToBlockName(digest);
+            if (roll(4) == 0) {
+                name[roll(32)] = "0aAgG"[roll(5)];
+            }
+            if (roll(8) == 0) {
+                name.resize(1 + roll(40), 'f');
+            }
+            if (roll(2) == 0) {
+                inUse.push_back(digest);
+            }
+            Put(*client_, store + "/" + "0123456789abcdef"[roll(16)] + "0/" + name, "x");
+            names.insert(name);
+        }
+        const std::string loaded = "Loaded " + std::to_string(names.size()) + " block digests from blockstore";
+        for (const auto& digest : inUse) {
+            names.erase(paths::DigestToBlockName(digest));
+        }
+        std::vector<std::string> expected;
+        for (const auto& name : names) {
+            expected.push_back(store + "/" + name.substr(0, 2) + "/" + name);
+        }
+        client_->ClearCalls();
+        const RecordingSink sink;
+        backup_->ClearOrphanedBlocks(Guid(1), inUse);
+        EXPECT_EQ(Deletions(), expected);
+        EXPECT_THAT(sink.GetTexts(level_t::tr),
+                    ElementsAre(loaded, std::to_string(names.size()) + " orphaned blocks will be deleted"));
+        client_->DeleteFolderAsync(store, nullptr)->Wait();
+    }
 }
 
 TEST_F(BackupBlocks, AFailedListingEndsTheCleanUpBeforeAnythingIsDeleted) {

@@ -60,6 +60,16 @@ TEST_F(BackupCheckpoints, SavingIsLogged) {
     const std::string first = "Storage: 00000000-0000-0000-0000-000000000001, meta version: 3, schema: []";
     const std::string second = "Storage: 00000000-0000-0000-0000-000000000002, meta version: 4, schema: [blobs]";
     EXPECT_THAT(sink_.GetTexts(level_t::info), ElementsAre(first, second, first, second));
+    const auto entries = sink_.GetEntries();
+    EXPECT_EQ(entries.front().section, "library");
+    EXPECT_EQ(entries.front().text, "Saving cloud storage checkpoint '7', part: compatible");
+}
+
+TEST_F(BackupCheckpoints, WhatIsNotSavedIsNotLoggedAsSaved) {
+    Put(*client_, RegularPath(7), "x");
+    EXPECT_THROW(backup_->SaveCheckpoint(Checkpoint(7)), exc::CRuntimeExc);
+    EXPECT_THAT(sink_.GetScopes(), IsEmpty());
+    EXPECT_THAT(sink_.GetTexts(level_t::tr), ElementsAre("Saving cloud storage checkpoint '7', part: compatible"));
 }
 
 TEST_F(BackupCheckpoints, TheCheckpointLogBelongsToStorages) {
@@ -171,6 +181,7 @@ TEST_F(BackupCheckpoints, FallsBackToTheLongTermCopy) {
     EXPECT_EQ(backup_->LoadCheckpoint(7)->GetDxrLongTerm().GetContent(), "keep");
     EXPECT_THAT(Calls(),
                 ElementsAre("DownloadFile /B/Metadata/Checkpoint/7", "DownloadFile /B/Metadata/CheckpointLongTerm/7"));
+    EXPECT_EQ(sink.GetEntries().front().section, "library");
     EXPECT_THAT(sink.GetTexts(level_t::info),
                 ElementsAre("Loading long-term checkoint. Backup id: 'B', Checkpoint: '7'",
                             "Storage: 00000000-0000-0000-0000-000000000001, meta version: 3, schema: []"));
@@ -296,6 +307,7 @@ TEST_F(BackupCheckpoints, ListingRemovesOrphanedLongTermCopies) {
     }
     client_->DeleteFileAsync(RegularPath(5))->Wait();
     EXPECT_THAT(backup_->EnumCheckpoints(), ElementsAre(1, 2));
+    EXPECT_EQ(backup_->GetLastCheckpointId(), 0U);  // as it was opened with: a listing does not change it
     EXPECT_FALSE(Exists(LongTermPath(5)));
     EXPECT_TRUE(Exists(LongTermPath(1)));
     EXPECT_TRUE(Exists(LongTermPath(2)));

@@ -81,6 +81,11 @@ TEST_F(BackupDeletion, DocumentsFirstThenMetadataThenBlocks) {
                                                         "Deleting metadata part '" + Bank(Guid(1), 1) + "'",
                                                         "Deleting metadata part '" + Bank(Guid(2), 1) + "'"));
     EXPECT_THAT(sink.GetTexts(level_t::info), Contains("2 metadata versions and 2 storage folders will be deleted"));
+    // The scopes of the block stores and of the documents read belong to storages, all else to the library.
+    for (const auto& entry : sink.GetEntries()) {
+        const bool ofStorages = entry.kind != logging::kind_t::line || entry.text.starts_with("Storage: ");
+        EXPECT_EQ(entry.section, ofStorages ? "storage" : "library") << entry.text;
+    }
     EXPECT_TRUE(Exists(Item(Guid(3), 1)));
     EXPECT_TRUE(Exists(Bank(Guid(3), 1)));
     EXPECT_TRUE(Exists(Store(Guid(3)) + "/00/0011"));
@@ -116,9 +121,52 @@ TEST_F(BackupDeletion, ABlobsStorageKeepsItsMetadataButNotItsOldFolder) {
     EXPECT_TRUE(Exists(Item(Guid(1), 1)));
     EXPECT_TRUE(Exists(Bank(Guid(1), 1)));
     EXPECT_FALSE(client_->IsFolderExist(Store(Guid(1))));
-    EXPECT_TRUE(sink_.Has("checkpoint: 2, storageDesc: " + Guid(1).ToAStr() +
-                          ", version: 1, schema: [blobs], switchedToBlobs: 1"));
+    const std::string switched =
+        "checkpoint: 2, storageDesc: " + Guid(1).ToAStr() + ", version: 1, schema: [blobs], switchedToBlobs: 1";
+    EXPECT_THAT(sink_.GetEntries(),
+                Contains(SEntry{"library", level_t::info, logging::kind_t::line, switched}).Times(1));
     EXPECT_TRUE(sink_.Has("0 metadata versions and 1 storage folders will be deleted"));
+}
+
+TEST_F(BackupDeletion, AStorageThatHasNotSwitchedIsNotLoggedAsSuch) {
+    const auto storage = Put1(1, 1);
+    Save(1, {storage});
+    Save(2, {storage});
+    const RecordingSink sink;
+    backup_->DeleteCheckpoints({1});
+    for (const auto& entry : sink.GetEntries()) {
+        EXPECT_THAT(entry.text, Not(testing::HasSubstr("switchedToBlobs")));
+    }
+}
+
+TEST_F(BackupDeletion, InTheOrderGiven) {
+    for (unsigned long id = 1; id <= 4; ++id) {
+        Save(id, {});
+    }
+    backup_->DeleteCheckpoints({3, 1, 2});
+    EXPECT_THAT(Calls(),
+                ElementsAre("QueryFolder /B/Metadata/Checkpoint", "QueryFolder /B/Metadata/CheckpointLongTerm",
+                            "DownloadFile /B/Metadata/Checkpoint/3", "DownloadFile /B/Metadata/Checkpoint/1",
+                            "DownloadFile /B/Metadata/Checkpoint/2", "DownloadFile /B/Metadata/Checkpoint/4",
+                            "DeleteFile /B/Metadata/Checkpoint/3", "DeleteFile /B/Metadata/CheckpointLongTerm/3",
+                            "DeleteFile /B/Metadata/Checkpoint/1", "DeleteFile /B/Metadata/CheckpointLongTerm/1",
+                            "DeleteFile /B/Metadata/Checkpoint/2", "DeleteFile /B/Metadata/CheckpointLongTerm/2"));
+}
+
+TEST_F(BackupDeletion, NothingToDeleteDeletesNothing) {
+    Save(1, {Put1(1, 1)});
+    backup_->DeleteCheckpoints({});
+    EXPECT_THAT(Deletions(), IsEmpty());
+    EXPECT_TRUE(sink_.Has("0 metadata versions and 0 storage folders will be deleted"));
+}
+
+TEST_F(BackupDeletion, BothCopiesGoThroughTheClientsTaskUtilities) {
+    Save(1, {});
+    Save(2, {});
+    const auto counting = std::make_shared<cloudclientlib::CCountingClient>(client_);
+    Backup(counting)->DeleteCheckpoints({1});
+    EXPECT_EQ(counting->GetCounts().Of(EOperation::createAsyncTaskUtils), 1U);
+    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 2U);
 }
 
 TEST_F(BackupDeletion, OneLegacyCheckpointIsEnoughToKeepTheFolder) {
@@ -138,6 +186,9 @@ TEST_F(BackupDeletion, TheLastCheckpointStays) {
     EXPECT_EQ(FailedDeletion({3, 4}),
               "Failed to delete checkpoints for cloud backup 'B': Cannot delete last checkpoint in cloud backup 'B'");
     EXPECT_THAT(Deletions(), IsEmpty());
+    // Of two things wrong, the one that the ids come to first.
+    EXPECT_THAT(FailedDeletion({9, 3, 4}), testing::HasSubstr("Checkpoint '9' not found"));
+    EXPECT_THAT(FailedDeletion({3, 4, 9}), testing::HasSubstr("Cannot delete last checkpoint"));
     backup_->DeleteCheckpoints({3});
     EXPECT_TRUE(Exists(RegularPath(4)));
     EXPECT_FALSE(Exists(RegularPath(3)));
@@ -153,6 +204,12 @@ TEST_F(BackupDeletion, ALongTermCopyCountsAsACheckpoint) {
     EXPECT_FALSE(Exists(RegularPath(3)));
     EXPECT_TRUE(Exists(Item(Guid(1), 1)));  // the long-term copy remains, with what it uses
     EXPECT_FALSE(Exists(Item(Guid(1), 2)));
+}
+
+TEST_F(BackupDeletion, ABackupWithoutCheckpointsHasNoneToDelete) {
+    EXPECT_EQ(FailedDeletion({1}),
+              "Failed to delete checkpoints for cloud backup 'B': Checkpoint '1' not found in cloud backup 'B'");
+    EXPECT_THROW(backup_->DeleteCheckpoints({1}), exc::CRuntimeExc);
 }
 
 TEST_F(BackupDeletion, UnknownIdsAreRefusedBeforeAnythingIsDeleted) {
@@ -287,6 +344,24 @@ TEST_F(BackupDeletion, AFailureAfterTheDocumentsIsToldAndLeavesNoDanglingCheckpo
     EXPECT_TRUE(Exists(Item(Guid(2), 1)));
 }
 
+TEST_F(BackupDeletion, WhatIsIgnoredIsLoggedInTheLibrarysSection) {
+    Save(1, {Put1(1, 1)});
+    Save(2, {});
+    Put(*client_, RegularPath(1), "<x/>");
+    const auto faults = std::make_shared<CFaultClient>(client_);
+    FailDeletion(*faults, 1);
+    const RecordingSink sink;
+    Backup(faults)->DeleteCheckpoints({1});
+    std::size_t warnings = 0;
+    for (const auto& entry : sink.GetEntries()) {
+        if (entry.level == level_t::warn) {
+            EXPECT_EQ(entry.section, "library") << entry.text;
+            ++warnings;
+        }
+    }
+    EXPECT_EQ(warnings, 5U);  // neither read nor deleted, with the reasons, and what follows from it
+}
+
 using BackupOrphans = BackupDeletion;
 
 TEST_F(BackupOrphans, NothingOrphanedNothingCalled) {
@@ -306,6 +381,7 @@ TEST_F(BackupOrphans, OnlyOrphansAreDeleted) {
     EXPECT_EQ(sink.GetScopes().front(),
               "> Clearing orphaned long-term checkpoints for cloud backup 'B', orphaned count: 1");
     EXPECT_EQ(sink.GetScopes().back(), "< ok");
+    EXPECT_EQ(sink.GetEntries().front().section, "library");
     EXPECT_FALSE(Exists(LongTermPath(5)));
     EXPECT_FALSE(Exists(Item(Guid(5), 1)));
     EXPECT_TRUE(Exists(LongTermPath(1)));

@@ -6,6 +6,7 @@
 
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
+#include "cloudclientlib/wrappers/ForwardingClient.h"
 #include "tests/library/BackupFixture.h"
 
 namespace {
@@ -21,6 +22,12 @@ const std::string name = "00000000-0000-0000-0000-000000000001.7";
 const std::string item = "/B/Metadata/" + name;
 const std::string bank4 = item + "_metaparts/4";
 const std::string bank8 = item + "_metaparts/8";
+
+std::string SizeDiffers(unsigned long downloaded, unsigned long declared) {
+    return "Downloaded storage size differs from declared. StorageId: [00000000-0000-0000-0000-000000000001], "
+           "downloaded: [" +
+           std::to_string(downloaded) + "], declared: [" + std::to_string(declared) + "]";
+}
 
 class BackupDownload : public BackupTest {
 protected:
@@ -73,6 +80,7 @@ TEST_F(BackupDownload, RebuildsTheLocalFile) {
                             "Saving local storage metadata part. Size: '4', offset: '4'",
                             "Downloading bank '" + bank8 + "' for storage '" + name + "'",
                             "Saving local storage metadata part. Size: '10', offset: '8'"));
+    EXPECT_THAT(Sections(), ElementsAre("library"));
 }
 
 TEST_F(BackupDownload, CreatesAMissingFile) {
@@ -127,20 +135,19 @@ TEST_F(BackupDownload, AnOverlapOfBanks) {
                   "Mismatch between file position [8] and next bank offset [7]");
 }
 
-TEST_F(BackupDownload, ABankOfAnotherSizeThanItsDescription) {
+TEST_F(BackupDownload, WhereBanksLieCountsNotTheSizesTheyAreSaidToHave) {
     for (const unsigned long size : {3UL, 5UL, ~0UL}) {
-        ExpectFailure(Storage(Guid(1), 7, 18, {{4, {bank4, 4, size}}, {8, {bank8, 8, 10}}}),
-                      "Bank blob [" + bank4 + "] for storage [" + name +
-                          "] has a wrong size: downloaded: [4], "
-                          "declared: [" +
-                          std::to_string(size) + "]");
+        backup_->DonwloadStorageMeta(Storage(Guid(1), 7, 18, {{4, {bank4, 4, size}}, {8, {bank8, 8, 10}}}), localPath_);
+        EXPECT_EQ(Local(), "headbankmore bytes");
     }
 }
 
-std::string SizeDiffers(unsigned long downloaded, unsigned long declared) {
-    return "Downloaded storage size differs from declared. StorageId: [00000000-0000-0000-0000-000000000001], "
-           "downloaded: [" +
-           std::to_string(downloaded) + "], declared: [" + std::to_string(declared) + "]";
+TEST_F(BackupDownload, ABankOfAnotherSizeThanWasUploaded) {
+    Put(*client_, bank4, "ban");
+    ExpectFailure(Whole(), "Mismatch between file position [7] and next bank offset [8]");
+    Put(*client_, bank4, "bank");
+    Put(*client_, bank8, "less");
+    ExpectFailure(Whole(), SizeDiffers(12, 18));
 }
 
 TEST_F(BackupDownload, ATotalThatIsNotTheDeclaredOne) {
@@ -150,12 +157,41 @@ TEST_F(BackupDownload, ATotalThatIsNotTheDeclaredOne) {
     }
 }
 
-TEST_F(BackupDownload, AnObjectLargerThanTheWholeIsNotWritten) {
+TEST_F(BackupDownload, ATotalIsComparedWhenAllIsWritten) {
     ExpectFailure(Storage(Guid(1), 7, 3), SizeDiffers(4, 3));
     ExpectFailure(Storage(Guid(1), 7, 0), SizeDiffers(4, 0));
-    EXPECT_FALSE(sink_.Has("Downloading additional metadata parts for storage " + name));
-    ExpectFailure(Storage(Guid(1), 7, 9, {{4, {bank4, 4, 4}}, {8, {bank8, 8, 10}}}), SizeDiffers(18, 9));
-    EXPECT_FALSE(sink_.Has("Saving local storage metadata part. Size: '10', offset: '8'"));
+    const RecordingSink sink;
+    ExpectFailure(Storage(Guid(1), 7, 3, {{4, {bank4, 4, 4}}, {8, {bank8, 8, 10}}}), SizeDiffers(18, 3));
+    EXPECT_TRUE(sink.Has("Saving local storage metadata part. Size: '10', offset: '8'"));
+}
+
+/// Keeps the buffers that downloads were asked to fill, and what the first one held.
+class CBufferClient : public cloudclientlib::CForwardingClient {
+public:
+    using CForwardingClient::CForwardingClient;
+    using CForwardingClient::DownloadFileAsync;
+    task::task_ptr DownloadFileAsync(const std::string& path, buffer_ptr buffer) override {
+        if (buffers.empty()) {
+            first = *buffer;
+        }
+        buffers.insert(buffer);
+        return CForwardingClient::DownloadFileAsync(path, buffer);
+    }
+    std::set<buffer_ptr> buffers;
+    cnt::array_t<char> first;
+};
+
+TEST_F(BackupDownload, OneBufferOfTheDeclaredSizeReceivesEverything) {
+    const auto client = std::make_shared<CBufferClient>(client_);
+    Backup(client)->DonwloadStorageMeta(Whole(), localPath_);
+    EXPECT_EQ(client->buffers.size(), 1U);
+    EXPECT_EQ(client->first, cnt::array_t<char>(18, '\0'));
+}
+
+TEST_F(BackupDownload, ALargeBufferGrowsOnlyWithWhatComes) {
+    const auto client = std::make_shared<CBufferClient>(client_);
+    EXPECT_THROW(Backup(client)->DonwloadStorageMeta(Storage(Guid(1), 7, 1UL << 40U), localPath_), exc::CRuntimeExc);
+    EXPECT_EQ(client->first.size(), 1U << 20U);
 }
 
 TEST_F(BackupDownload, AClaimedSizeCostsNoMemory) {
@@ -228,6 +264,7 @@ TEST_F(BackupDownload, AFileThatCannotBeEmptied) {
     ASSERT_EQ(sink_.GetTexts(level_t::warn).size(), 1U);
     EXPECT_THAT(sink_.GetTexts(level_t::warn).front(),
                 StartsWith("Cannot empty the local storage metadata '/dev/null': "));
+    EXPECT_THAT(Sections(), ElementsAre("library"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -90,6 +91,9 @@ inline std::string LongTermPath(unsigned long id) { return paths::GetCheckpointL
 /// A store in memory that lists its calls, and the log.
 class BackupTest : public testing::Test {
 protected:
+    explicit BackupTest(std::size_t taskLimit = 8)
+        : client_(std::make_shared<clients::CMemoryClient>(Recording(taskLimit))) {}
+
     static clients::SMemoryOptions Recording(std::size_t taskLimit = 8) {
         clients::SMemoryOptions options;
         options.recordCalls = true;
@@ -110,12 +114,21 @@ protected:
 
     [[nodiscard]] bool Exists(const std::string& path) const { return client_->Reopen()->IsFileExist(path); }
 
+    /// The sections in which something was logged.
+    [[nodiscard]] std::set<std::string> Sections() const {
+        std::set<std::string> sections;
+        for (const auto& entry : sink_.GetEntries()) {
+            sections.insert(entry.section);
+        }
+        return sections;
+    }
+
     void TearDown() override {
         options_t::GetInst().EnableSingleFileCloudMetadata(false);
         options_t::GetInst().SetBlockDeletionConcurrency(1);
     }
 
-    const std::shared_ptr<clients::CMemoryClient> client_ = std::make_shared<clients::CMemoryClient>(Recording());
+    const std::shared_ptr<clients::CMemoryClient> client_;
     RecordingSink sink_;
 };
 

@@ -1,6 +1,9 @@
+#include <algorithm>
+
 #include "cloudbackuplib/RestrictedCloudClient.h"
 #include "cloudclientlib/CloudExc.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
+#include "cloudclientlib/wrappers/ForwardingClient.h"
 #include "tests/library/BackupFixture.h"
 
 namespace {
@@ -68,6 +71,16 @@ TEST_F(BackupLifecycle, ANewBackupGetsItsFoldersInOrder) {
     EXPECT_EQ(backup->GetArchiveBlobsClient(), archive_);
     EXPECT_EQ(backup->GetLastCheckpointId(), 0U);
     EXPECT_EQ(backup->GetRepositoryErrorHandling(), ErrorHandling::fail);
+    EXPECT_THAT(Sections(), ElementsAre("library"));
+}
+
+TEST_F(BackupLifecycle, EverythingIsLoggedInTheLibrarysSection) {
+    CCloudBackup::InitBackupFolders("B", client_);
+    (void)CreateNew(client_);
+    Put(*client_, "/Bad/x", "x");
+    (void)Enum(EnumBackupsStyle::load);
+    CCloudBackup::DeleteBackup("B", client_);
+    EXPECT_THAT(Sections(), ElementsAre("library"));
 }
 
 TEST_F(BackupLifecycle, AnUnfinishedBackupIsMadeAnew) {
@@ -114,9 +127,43 @@ TEST_F(BackupLifecycle, AFolderThatCannotBeMadeIsToldWithItsBackup) {
         << failure;
 }
 
+TEST_F(BackupLifecycle, EveryFailureToMakeFoldersIsToldWithItsBackup) {
+    constexpr std::uint64_t calls = 9;  // five tests, and four folders made, for the root is there
+    for (std::uint64_t call = 1; call <= calls; ++call) {
+        const auto faults = std::make_shared<CFaultClient>(std::make_shared<clients::CMemoryClient>());
+        faults->Arm({.call = call});
+        EXPECT_THAT(FailureOf([&] { CCloudBackup::InitBackupFolders("B", faults); }),
+                    testing::StartsWith("Failed to create directories for cloud backup 'B': "));
+    }
+    const auto faults = std::make_shared<CFaultClient>(std::make_shared<clients::CMemoryClient>());
+    faults->Arm({.call = calls + 1});
+    CCloudBackup::InitBackupFolders("B", faults);
+    EXPECT_FALSE(faults->IsReached());
+}
+
 TEST_F(BackupLifecycle, AFailedTestForTheBackupPassesThrough) {
+    for (const std::uint64_t call : {1U, 2U}) {
+        const auto faults = std::make_shared<CFaultClient>(client_);
+        faults->Arm({.call = call});
+        EXPECT_THROW((void)CreateNew(faults), cloudclientlib::CCloudExc);
+        faults->Arm({.call = call});
+        EXPECT_THROW((void)CCloudBackup::LoadExisting("B", faults, archive_, owner_, Guid(8), ErrorHandling::skip),
+                     cloudclientlib::CCloudExc);
+    }
+}
+
+TEST_F(BackupLifecycle, AFailureToMakeOneFolderPassesThrough) {
+    for (const std::uint64_t call : {1U, 2U}) {
+        const auto faults = std::make_shared<CFaultClient>(client_);
+        faults->Arm({.call = call});
+        EXPECT_THROW(CCloudBackup::CreateCloudFolder("/x", "odd", faults), cloudclientlib::CCloudExc);
+    }
+}
+
+TEST_F(BackupLifecycle, AFailedDeletionOfAnUnfinishedBackupPassesThrough) {
+    CCloudBackup::InitBackupFolders("B", client_);
     const auto faults = std::make_shared<CFaultClient>(client_);
-    faults->Arm({.call = 1});
+    faults->Arm({.call = 1, .kinds = {cloudclientlib::EOperation::deleteFolder}});
     EXPECT_THROW((void)CreateNew(faults), cloudclientlib::CCloudExc);
 }
 
@@ -141,7 +188,10 @@ TEST_F(BackupLifecycle, TheRootIsTheEmptyPath) {
 TEST_F(BackupLifecycle, AnAbsentBackupIsNotFound) {
     EXPECT_EQ(FailureOf([&] { (void)Load(); }), "Cloud backup 'B' not found");
     EXPECT_THROW((void)Load(), CBackupNotFoundExc);
-    EXPECT_THAT(Calls(), testing::Contains("IsFolderExist /B/Metadata/CheckpointLongTerm"));
+    client_->ClearCalls();
+    EXPECT_THROW((void)Load(), CBackupNotFoundExc);
+    EXPECT_THAT(Calls(),
+                ElementsAre("IsFolderExist /B/Metadata/Checkpoint", "IsFolderExist /B/Metadata/CheckpointLongTerm"));
     // Folders without those of checkpoints make no backup.
     Put(*client_, "/B/Metadata/x", "x");
     EXPECT_THROW((void)Load(), CBackupNotFoundExc);
@@ -162,7 +212,12 @@ TEST_F(BackupLifecycle, TheLastCheckpointIsTheLargestRegularId) {
         Put(*client_, RegularPath(id), "x");
     }
     Put(*client_, LongTermPath(11), "x");
+    client_->ClearCalls();
     const auto backup = Load();
+    EXPECT_THAT(Calls(), ElementsAre("IsFolderExist /B/Metadata/Checkpoint", "QueryFolder /B/Metadata/Checkpoint"));
+    EXPECT_EQ(backup->GetBackupId(), "B");
+    EXPECT_EQ(backup->GetCurrentOwner().GetDescription(), "the owner");
+    EXPECT_EQ(backup->GetBackupClient(), client_);
     EXPECT_EQ(backup->GetLastCheckpointId(), 10U);
     EXPECT_EQ(backup->GetArchiveBlobsClient(), archive_);
     EXPECT_EQ(backup->GetRepositoryErrorHandling(), ErrorHandling::skip);
@@ -188,17 +243,41 @@ TEST_F(BackupLifecycle, NoRootNoBackups) {
 }
 
 TEST_F(BackupLifecycle, ListsIdsWithoutLoading) {
-    for (const char* path : {"/Config/Owner", "/B/x", "/config/x", "/A/x"}) {
+    for (const char* path : {"/Config/Owner", "/B/x", "/config/x", "/Config2/x", "/A/Metadata/Checkpoint/1"}) {
         Put(*client_, path, "x");
     }
     client_->ClearCalls();
     const auto items = Enum(EnumBackupsStyle::idsOnly);
     EXPECT_THAT(Calls(), ElementsAre("IsFolderExist ", "QueryFolder "));
-    EXPECT_THAT(IdsOf(items), ElementsAre("A", "B", "config"));
+    EXPECT_THAT(IdsOf(items), ElementsAre("A", "B", "Config2", "config"));
     for (const auto& item : items) {
         EXPECT_TRUE(item.IsCorrupted());
     }
     EXPECT_THAT(sink_.GetScopes(), ElementsAre("> Enumerating cloud backups", "< ok"));
+    // Every style but the first names them only.
+    EXPECT_TRUE(Enum(EnumBackupsStyle{7}).at(0).IsCorrupted());
+}
+
+/// Lists in the reverse order of names.
+class CReversingClient : public cloudclientlib::CForwardingClient {
+public:
+    using CForwardingClient::CForwardingClient;
+    std::vector<cloudclientlib::SCloudObjectInfo> QueryFolder(const std::string& path) override {
+        auto entries = CForwardingClient::QueryFolder(path);
+        std::reverse(entries.begin(), entries.end());
+        return entries;
+    }
+};
+
+TEST_F(BackupLifecycle, ListsInTheOrderOfTheClient) {
+    for (const char* path : {"/A/Metadata/Checkpoint/1", "/Config/Owner", "/D", "/B/x"}) {
+        Put(*client_, path, "x");
+    }
+    const auto reversing = std::make_shared<CReversingClient>(client_);
+    for (const auto style : {EnumBackupsStyle::load, EnumBackupsStyle::idsOnly}) {
+        const auto items = CCloudBackup::EnumBackups(reversing, owner_, Guid(8), style, ErrorHandling::skip);
+        EXPECT_THAT(IdsOf(items), ElementsAre("D", "B", "A"));  // an object beside the folders is an entry too
+    }
 }
 
 TEST_F(BackupLifecycle, OneBadBackupDoesNotEndTheListing) {
@@ -210,6 +289,9 @@ TEST_F(BackupLifecycle, OneBadBackupDoesNotEndTheListing) {
     const auto items = Enum(EnumBackupsStyle::load);
     ASSERT_THAT(IdsOf(items), ElementsAre("A", "B", "C", "D"));
     EXPECT_EQ(items[0].GetBackup()->GetLastCheckpointId(), 4U);
+    EXPECT_EQ(items[0].GetBackup()->GetBackupId(), "A");
+    EXPECT_EQ(items[0].GetBackup()->GetGuid(), Guid(8));
+    EXPECT_EQ(items[0].GetBackup()->GetCurrentOwner().GetDescription(), "the owner");
     EXPECT_EQ(items[0].GetBackup()->GetBackupClient(), client_);
     EXPECT_EQ(items[0].GetBackup()->GetArchiveBlobsClient(), client_);
     EXPECT_EQ(items[0].GetBackup()->GetRepositoryErrorHandling(), ErrorHandling::skip);
@@ -218,6 +300,7 @@ TEST_F(BackupLifecycle, OneBadBackupDoesNotEndTheListing) {
     EXPECT_TRUE(items[2].IsCorrupted());
     EXPECT_EQ(items[3].GetBackup()->GetLastCheckpointId(), 6U);
     EXPECT_EQ(FailureOf([&] { (void)items[1].GetBackup(); }), "Cloud backup 'B' is corrupted");
+    EXPECT_THROW((void)items[1].GetBackup(), exc::CRuntimeExc);
     EXPECT_THAT(sink_.GetTexts(level_t::warn),
                 ElementsAre("Cannot load cloud backup from directory 'B': Cloud backup 'B' not found",
                             "Cannot load cloud backup from directory 'C': Failed to enumerate checkpoints for cloud "
@@ -226,13 +309,16 @@ TEST_F(BackupLifecycle, OneBadBackupDoesNotEndTheListing) {
 }
 
 TEST_F(BackupLifecycle, AFailedListingEndsTheListing) {
-    const auto faults = std::make_shared<CFaultClient>(client_);
-    faults->Arm({.call = 2});
-    const auto list = [&] {
-        (void)CCloudBackup::EnumBackups(faults, owner_, Guid(8), EnumBackupsStyle::load, ErrorHandling::skip);
-    };
-    EXPECT_THROW(list(), cloudclientlib::CCloudExc);
-    EXPECT_THAT(sink_.GetScopes(), ElementsAre("> Enumerating cloud backups", "< failed"));
+    for (const std::uint64_t call : {1U, 2U}) {  // the test for the root, and its listing
+        const auto faults = std::make_shared<CFaultClient>(client_);
+        faults->Arm({.call = call});
+        const auto list = [&] {
+            (void)CCloudBackup::EnumBackups(faults, owner_, Guid(8), EnumBackupsStyle::load, ErrorHandling::skip);
+        };
+        const RecordingSink sink;
+        EXPECT_THROW(list(), cloudclientlib::CCloudExc);
+        EXPECT_THAT(sink.GetScopes(), ElementsAre("> Enumerating cloud backups", "< failed"));
+    }
 }
 
 struct SProgress : progress::progress_base_t {

@@ -44,6 +44,7 @@ TEST_F(BackupUpload, EveryPartIsAnObjectNamedByItsOffset) {
                                 "_metaparts/4', metadata part size: '4'",
                             "Uploading storage metadata part to cloud. Cloud path: '" + header7 +
                                 "_metaparts/1048576', metadata part size: '3'"));
+    EXPECT_THAT(Sections(), ElementsAre("library"));
 }
 
 TEST_F(BackupUpload, AHeaderAloneIsOneObject) {
@@ -103,6 +104,9 @@ TEST_F(BackupUpload, AFailedUploadIsToldWithNothingInFlight) {
                     StartsWith(uploadFailed + "UploadFile '" + header7));
         EXPECT_EQ(counting->GetCounts().tasksInFlight, 0U);
         EXPECT_EQ(counting->GetCounts().Total(), 4U);  // the other parts were sent, and the helpers asked for
+        EXPECT_EQ(counting->GetCounts().Of(cloudclientlib::EOperation::createAsyncTaskUtils), 1U);
+        EXPECT_EQ(client_->GetObjectCount("/B/Metadata"), 2U) << "what was written stays";
+        client_->DeleteFolderAsync("/B", nullptr)->Wait();
     }
 }
 
@@ -153,6 +157,7 @@ TEST_F(BackupUpload, TheLocationMapTakesTheUploadedParts) {
     EXPECT_THAT(sink_.GetTexts(level_t::dbg),
                 ElementsAre("Updated metadata part: Path: [" + header7 + "_metaparts/4] offset: [4] size: [4]",
                             "Updated metadata part: Path: [" + header7 + "_metaparts/8] offset: [8] size: [8]"));
+    EXPECT_THAT(Sections(), ElementsAre("library"));
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
@@ -184,6 +189,29 @@ TEST_F(BackupCommit, UploadsThenSavesTheNextCheckpoint) {
     EXPECT_EQ(sink_.GetScopes().back(), "< ok");
     EXPECT_THAT(sink_.GetTexts(level_t::warn), IsEmpty());
     EXPECT_EQ(backup->LoadCheckpoint(5)->GetStorages().size(), 2U);
+}
+
+TEST_F(BackupCommit, StorageAfterStorageThenTheDocument) {
+    const auto item = [](std::uint8_t storage) { return "/B/Metadata/" + Guid(storage).ToAStr() + ".7"; };
+    const auto counting = std::make_shared<cloudclientlib::CCountingClient>(client_);
+    SCheckpointCreationParams params;
+    params.unchangedStorages = {Storage(Guid(9), 1, 1), Storage(Guid(8), 1, 1)};
+    params.changedStorages = {{Storage(Guid(3), 7, 8), {{0, Part("head")}, {4, Part("bank")}}},
+                              {Storage(Guid(2), 7, 4), {{0, Part("head")}}}};
+    const auto created = Backup(counting)->CreateCheckpoint(params);
+    EXPECT_THAT(Calls(),
+                ElementsAre("UploadFile " + item(3), "UploadFile " + item(3) + "_metaparts/4", "UploadFile " + item(2),
+                            "IsFileExist /B/Metadata/Checkpoint/1", "UploadFile /B/Metadata/Checkpoint/1"));
+    EXPECT_EQ(counting->GetCounts().mostTasksInFlight, 2U);
+    std::vector<guid::guid_t> ids;
+    for (const auto& storage : created->GetStorages()) {
+        ids.push_back(storage.GetStorageId());
+    }
+    EXPECT_THAT(ids, ElementsAre(Guid(9), Guid(8), Guid(3), Guid(2)));
+    EXPECT_EQ(sink_.GetScopes().front(),
+              "> Creating cloud backup checkpoint. Backup id: 'B', previous checkpoint: '0', changed storage: '2', "
+              "unchanged storages: '2'");
+    EXPECT_EQ(sink_.GetEntries().front().section, "library");
 }
 
 TEST_F(BackupCommit, WithoutChangesTheDescriptorsAreTakenOver) {
@@ -235,8 +263,9 @@ TEST_F(BackupCommit, WarnsOfMetadataThatCannotBeRestored) {
         if (one.covered) {
             EXPECT_THAT(sink.GetTexts(level_t::warn), IsEmpty()) << one.size;
         } else {
-            EXPECT_THAT(sink.GetTexts(level_t::warn),
-                        ElementsAre(warning + "'" + std::to_string(one.size) + "' bytes exactly"));
+            const std::string text = warning + "'" + std::to_string(one.size) + "' bytes exactly";
+            EXPECT_THAT(sink.GetTexts(level_t::warn), ElementsAre(text));
+            EXPECT_THAT(sink.GetEntries(), Contains(SEntry{"library", level_t::warn, logging::kind_t::line, text}));
         }
     }
 }

@@ -200,7 +200,8 @@ TEST_F(RepositoryClients, DamagedKeyIsRefusedAndNotShown) {
               "Attribute 'Salt' of node 'EncryptionKey' is not base64");
     EXPECT_EQ(failureWith("<EncryptionKey Salt=\"U0VDUkVUc2FsdA==\"/>"),
               "Cannot find required attribute 'Hint' of node 'EncryptionKey'");
-    EXPECT_EQ(failureWith("<EncryptionKey Salt=\"U0VDUkVUc2FsdA=="), "Invalid XML document: cut off at byte 37");
+    EXPECT_EQ(failureWith("<EncryptionKey Salt=\"U0VDUkVUc2FsdA=="),
+              "Invalid XML document: cut off at byte 37, in attribute 'Salt' of node 'EncryptionKey'");
     EXPECT_EQ(failureWith(""), "Invalid XML document: no root element at byte 0");
     EXPECT_EQ(NewScopes().back(), "< failed");
 }
@@ -289,7 +290,7 @@ TEST_F(RepositoryClients, DamagedHistoryIsRefusedAndKept) {
     EXPECT_EQ(failureWith("<ClientKeyHistory><HistoricalKey Value=\"U0VDUkVU\"/></ClientKeyHistory>"),
               "Attribute 'Value' of node 'HistoricalKey' is not a key set: Not a key set");
     EXPECT_EQ(failureWith("<ClientKeyHistory><HistoricalKey Value=\"U0VDUkVU"),
-              "Invalid XML document: cut off at byte 48");
+              "Invalid XML document: cut off at byte 48, in attribute 'Value' of node 'HistoricalKey'");
 }
 
 // Whatever call fails, and however: the old document or the new one is there, and no failure shows a secret.

@@ -84,7 +84,8 @@ TEST_F(RepositoryOpen, IsNotMadeTwice) {
 TEST_F(RepositoryOpen, KeepsADamagedDescriptionAndFails) {
     Write(descriptionPath, "<Repository Id=\"");
     EXPECT_EQ(FailureOf([&] { static_cast<void>(Create()); }),
-              createFailed + ": " + openFailed + ": Invalid XML document: cut off at byte 16");
+              createFailed + ": " + openFailed +
+                  ": Invalid XML document: cut off at byte 16, in attribute 'Id' of node 'Repository'");
     EXPECT_EQ(Text(descriptionPath), "<Repository Id=\"");
     EXPECT_TRUE(client_->IsFolderExist(repositoryRoot + "/Clients"));
 }
@@ -223,7 +224,8 @@ TEST_F(RepositoryOpen, IsNotOpenedWithABadOwner) {
         return FailureOf([&] { static_cast<void>(Open()); });
     };
     EXPECT_EQ(failureWith("<Other/>"), openFailed + ": Cannot find required node: Owner");
-    EXPECT_EQ(failureWith("<Owner Id=\"x\"/>"), openFailed + ": Attribute 'Id' of node 'Owner' is not a GUID: 'x'");
+    EXPECT_EQ(failureWith("<Owner Id=\"x\" Type=\"\" Description=\"\"/>"),
+              openFailed + ": Attribute 'Id' of node 'Owner' is not a GUID: 'x'");
     EXPECT_EQ(failureWith("<Owner"), openFailed + ": Invalid XML document: cut off at byte 6");
 }
 

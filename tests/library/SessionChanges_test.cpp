@@ -1,3 +1,5 @@
+#include <functional>
+
 #include "common/exc.h"
 #include "tests/library/SessionFixture.h"
 
@@ -34,6 +36,35 @@ TEST_F(SessionChanges, AReadOnlySessionRefusesWhatChanges) {
     EXPECT_THAT(Calls(), IsEmpty());
     EXPECT_TRUE(std::filesystem::exists(Local(Guid(1))));
     EXPECT_TRUE(session->IsStorageExist(Guid(1)));
+}
+
+TEST_F(SessionChanges, ARefusedChangeIsLoggedAsFailed) {
+    CommitNew(1);
+    const auto session = Start(true);
+    const auto scopesOf = [](const std::function<void()>& operation) {
+        const RecordingSink log;
+        EXPECT_EQ(FailureOf(operation), readOnlyRefusal);
+        EXPECT_EQ(log.GetEntries().size(), log.GetScopes().size()) << "no other line";
+        return log.GetScopes();
+    };
+    const std::string id = Guid(1).ToAStr();
+    EXPECT_THAT(scopesOf([&] { session->DeleteStorage(Guid(1)); }),
+                ElementsAre("> Deleting storage '" + id + "' from backup session. Backup id: 'B'", "< failed"));
+    EXPECT_THAT(scopesOf([&] { session->StorageUseLongTermBlobs(Guid(1)); }),
+                ElementsAre("> Marking storage as using long-term blobs store storage '" + id +
+                                "' from backup session. Backup id: 'B'",
+                            "< failed"));
+    EXPECT_THAT(scopesOf([&] { session->CreateCheckpoint("", ""); }),
+                ElementsAre("> Creating cloud backup session checkpoint. Cloud backup id: 'B'", "< failed"));
+}
+
+TEST_F(SessionChanges, AReadOnlySessionMayMarkAndRename) {
+    const auto session = Start(true);
+    session->PrepareStorageForAccess(Guid(1), "/local/one", 4);
+    session->MarkStorageUpdated(Guid(1), "/local/two");
+    EXPECT_EQ(Cached(*session, Guid(1)).localPath, "/local/two");
+    session->RenameStorage(Guid(1), "/local/two", "/local/three");
+    EXPECT_EQ(Cached(*session, Guid(1)).localPath, "/local/three");
 }
 
 TEST_F(SessionChanges, ASinkOfAnUnknownStorageIsRefusedWithItsCause) {
@@ -87,6 +118,26 @@ TEST_F(SessionChanges, AStorageNeverUploadedIsChanged) {
     EXPECT_THAT(log.GetTexts(logging::level_t::tr),
                 ElementsAre("Storage metadata is not found in cloud. Local metadata version: '3', storage id: '" +
                             Guid(1).ToAStr() + "'"));
+}
+
+TEST_F(SessionChanges, ChangesAreToldInTheOrderOfTheIds) {
+    StorageWriter same = CommitNew(1);
+    StorageWriter newer = CommitNew(3);
+    const auto session = Start();
+    StorageWriter fresh = Writer(2, "head", {});
+    fresh.Attach(*session);
+    newer.Attach(*session);
+    newer.FlushAll();
+    same.Attach(*session);
+    const RecordingSink log;
+    EXPECT_THAT(session->EnumChangedStorages(), ElementsAre(Guid(2), Guid(3)));
+    EXPECT_THAT(log.GetTexts(logging::level_t::tr),
+                ElementsAre("Local storage metadata version '1' matches the cloud version. Storage id: '" +
+                                Guid(1).ToAStr() + "'",
+                            "Storage metadata is not found in cloud. Local metadata version: '0', storage id: '" +
+                                Guid(2).ToAStr() + "'",
+                            "Local storage metadata version '2' differs from cloud version '1'. Storage id: '" +
+                                Guid(3).ToAStr() + "'"));
 }
 
 TEST_F(SessionChanges, MarkingAnUnknownStorageDoesNothing) {
@@ -200,6 +251,17 @@ TEST_F(SessionChanges, ALongTermMarkGivesTheNextDescriptorsTheBlobsSchema) {
     session->CreateCheckpoint("", "");
     EXPECT_EQ(schemaOf(1), CloudStorageBlockStoreSchema::blobs) << "a storage keeps its schema";
     EXPECT_EQ(Restore(client_, 4, Guid(1)), "head");
+}
+
+TEST_F(SessionChanges, ALongTermMarkMayComeBeforeTheFirstCommit) {
+    const auto session = Start();
+    StorageWriter writer = Writer(1, "head", {});
+    writer.Attach(*session);
+    writer.FlushAll();
+    session->StorageUseLongTermBlobs(Guid(1));
+    EXPECT_EQ(Cached(*session, Guid(1)).localPath, Local(Guid(1))) << "the path stays";
+    session->CreateCheckpoint("", "");
+    EXPECT_EQ(session->GetStorageDescriptor(Guid(1)).GetBlockStoreSchema(), CloudStorageBlockStoreSchema::blobs);
 }
 
 TEST_F(SessionChanges, ALongTermMarkStaysForTheSessionAndWaitsForAChange) {

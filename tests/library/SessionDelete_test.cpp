@@ -101,6 +101,22 @@ TEST_F(SessionDelete, AFileThatCannotBeDeletedLeavesTheStorageToTryAgain) {
     EXPECT_FALSE(session->IsStorageExist(Guid(1)));
 }
 
+TEST_F(SessionDelete, WhatIsDeletedIsToldInOrder) {
+    StorageWriter writer = Writer(1, "head", {});
+    const auto session = Start();
+    writer.Attach(*session);
+    const RecordingSink log;
+    session->DeleteStorage(Guid(1));
+    std::vector<std::string> texts;
+    for (const auto& entry : log.GetEntries()) {
+        texts.push_back(entry.text);
+    }
+    EXPECT_THAT(texts,
+                ElementsAre(ScopeOf(1).substr(2), "Storage '" + Guid(1).ToAStr() + "' was never uploaded to cloud",
+                            "De-registering local metadata for '" + Guid(1).ToAStr() + "'",
+                            "Deleting cached metadata file '" + Local(Guid(1)) + "'", "ok"));
+}
+
 TEST_F(SessionDelete, DeletesACheckpoint) {
     CommitNew(1);
     CommitNew(2);
@@ -139,12 +155,18 @@ TEST_F(SessionDelete, UncommittedChangesRefuseTheDeletionOfCheckpoints) {
     StorageWriter writer = Writer(3, "head", {});
     writer.Attach(*session);
     client_->ClearCalls();
+    const RecordingSink log;
     EXPECT_EQ(FailureOf([&] { session->DeleteCheckpoint(1); }),
               "Cannot delete checkpoint '1' from cloud backup 'B': current session has uncommitted changes");
     EXPECT_EQ(FailureOf([&] {
                   session->DeleteCheckpoints({1, 2, 3});
               }),
               "Cannot delete 3  checkpoints from cloud backup 'B': current session has uncommitted changes");
+    EXPECT_THAT(
+        log.GetScopes(),
+        ElementsAre("> Deleting cloud backup session checkpoint. Cloud backup id: 'B', checkpoint id: '1'", "< failed",
+                    "> Deleting cloud backup session checkpoint. Cloud backup id: 'B', checkpoint ids count: '3'",
+                    "< failed"));
     EXPECT_THAT(Calls(), IsEmpty());
     session->CreateCheckpoint("", "");
     EXPECT_NO_THROW(session->DeleteCheckpoint(1)) << "committed by now, though the sink is still there";

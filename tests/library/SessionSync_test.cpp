@@ -64,7 +64,8 @@ TEST_F(SessionSync, TheRightVersionWithAWrongSizeDownloads) {
     const RecordingSink log;
     session_->SyncLocalStorage(Guid(1), local_, 1);
     EXPECT_EQ(ReadFile(local_), "headbank");
-    EXPECT_TRUE(log.Has("Local metadata " + local_ + " has wrong size, must be re-downloaded"));
+    EXPECT_THAT(log.GetTexts(logging::level_t::warn),
+                ElementsAre("Local metadata " + local_ + " has wrong size, must be re-downloaded"));
     EXPECT_THAT(log.GetScopes(), ElementsAre(SyncScope(1), "< ok"));
 }
 

@@ -133,7 +133,7 @@ public:
     /// In bytes.
     [[nodiscard]] unsigned long GetBlockStoreSize(const guid::guid_t& storageId) const;
     void DeleteBlockStore(const guid::guid_t& storageId);
-    /// Deletes the blocks of these digests, one after another.
+    /// Deletes the blocks of these digests, in order; how many at once is the host's option.
     void ClearReleasedBlocks(const guid::guid_t& storageId, const std::vector<digest::md5_digest_t>& digests);
     /// Deletes every block that none of these digests names.
     void ClearOrphanedBlocks(const guid::guid_t& storageId, const std::vector<digest::md5_digest_t>& digestsInUse);

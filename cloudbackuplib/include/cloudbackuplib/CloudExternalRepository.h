@@ -73,6 +73,7 @@ public:
     [[nodiscard]] ErrorHandling GetErrorHandling() const override;
 
     [[nodiscard]] SCloudRepositoryDescription LoadDescription() const;
+    /// Reads the owner anew; after a failure it is the one known before.
     void LoadOwner();
     [[nodiscard]] checkpoint::COwnerDescriptor GetBackupOwner() const;
     /// The explicit id, else the one of the client that the repository was opened for; throws when there is neither.
