@@ -4,6 +4,7 @@
     read_metadata.py FILE                 lists the entries
     read_metadata.py FILE PATH BLOCKS     writes a file's content to standard output
 """
+import bisect
 import hashlib
 import os
 import subprocess
@@ -126,34 +127,61 @@ def read_file(path):
     return blocks, chunks, entries
 
 
-def read_content(entry, blocks, chunks, folder):
-    content = bytearray(entry["size"])
+def read_chunk(chunk, blocks, folder):
+    stream, plain_size, block, offset, stored_size, codec, sha256 = chunk
+    name = blocks[block][0]
+    with open(os.path.join(folder, name[:2], name), "rb") as file:
+        file.seek(offset)
+        plain = unstore(codec, file.read(stored_size))
+    check(hashlib.sha256(plain).digest() == sha256, f"a chunk is damaged, in block {name}")
+    return plain
+
+
+def write_zeros(size, out):
+    for begin in range(0, size, 1 << 20):
+        out.write(bytes(min(1 << 20, size - begin)))
+
+
+def write_content(entry, blocks, chunks, folder, out):
+    starts = [chunk[0] for chunk in chunks]
+    written = 0
     for file_offset, stream_offset, length in entry["segments"]:
-        for stream, plain_size, block, offset, stored_size, codec, sha256 in chunks:
-            begin, end = max(stream, stream_offset), min(stream + plain_size, stream_offset + length)
-            if begin >= end:
-                continue
-            name = blocks[block][0]
-            with open(os.path.join(folder, name[:2], name), "rb") as file:
-                file.seek(offset)
-                plain = unstore(codec, file.read(stored_size))
-            check(hashlib.sha256(plain).digest() == sha256, "a chunk is damaged")
-            at = file_offset + begin - stream_offset
-            content[at:at + end - begin] = plain[begin - stream:end - stream]
-    return bytes(content)
+        write_zeros(file_offset - written, out)
+        stream, end = stream_offset, stream_offset + length
+        at = bisect.bisect_right(starts, stream) - 1
+        while stream < end:
+            begin, size = chunks[at][:2]
+            check(begin <= stream < begin + size, "a segment has no chunk")
+            plain = read_chunk(chunks[at], blocks, folder)[stream - begin:end - begin]
+            out.write(plain)
+            stream += len(plain)
+            at += 1
+        written = file_offset + length
+    write_zeros(entry["size"] - written, out)
+
+
+def list_entries(entries):
+    for path, entry in sorted(entries.items(), key=lambda item: item[0].split(b"/")):
+        kind = "?dflhpcb"[entry["type"]]
+        link = " -> " + os.fsdecode(entry["target"]) if entry["target"] else ""
+        print(f"{kind} {entry['mode']:04o} {entry['uid']}:{entry['gid']} {entry['size']:>12} "
+              f"{entry['mtime'][0]}.{entry['mtime'][1]:09} {os.fsdecode(path)}{link}")
 
 
 def main(arguments):
     blocks, chunks, entries = read_file(arguments[0])
+    chunks.sort()
     if len(arguments) == 1:
-        for path, entry in entries.items():
-            kind = "?dflhpcb"[entry["type"]]
-            link = " -> " + os.fsdecode(entry["target"]) if entry["target"] else ""
-            print(f"{kind} {entry['mode']:04o} {entry['uid']}:{entry['gid']} {entry['size']:>12} "
-                  f"{entry['mtime'][0]}.{entry['mtime'][1]:09} {os.fsdecode(path)}{link}")
+        sys.stdout.reconfigure(errors="surrogateescape")
+        list_entries(entries)
         return
-    entry = entries[os.fsencode(arguments[1])]
-    sys.stdout.buffer.write(read_content(entry, blocks, chunks, arguments[2]))
+    path = os.fsencode(arguments[1])
+    check(path in entries, "there is no such entry")
+    entry = entries[path]
+    if entry["type"] == 4:
+        entry = entries[entry["target"]]
+    check(entry["type"] == 2, "not a file")
+    write_content(entry, blocks, chunks, arguments[2], sys.stdout.buffer)
 
 
 if __name__ == "__main__":

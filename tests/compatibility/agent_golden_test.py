@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""The agent's golden repository: restored, gone on with, and damaged."""
+import json
+import os
+import pathlib
+import re
+import shutil
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).parents[2]
+sys.path[:0] = [str(ROOT / "tests/agent"), str(ROOT / "tests/data")]
+
+import golden_tree  # noqa: E402: found by the line above
+from agent import AgentCase, describe, fill, main  # noqa: E402
+
+GOLDEN = ROOT / "tests/data/golden/agent"
+CLIENT = (GOLDEN / "client-id").read_text().strip()
+STORAGE = "3d6d6853-8a53-875c-9db8-2c54d6bb770c"
+BUCKET_PATH = f"/Draxo/Backup/cloudbackup/Clients/{CLIENT}"
+DOWNLOAD_FAILURE = (f"Cannot prepare local storage metadata for write. Storage id: {STORAGE}, local path: "
+                    f"LOCAL/{STORAGE}.meta, local version: 0: Failed to download storage metadata '{STORAGE}.2' from "
+                    f"cloud. Local path: 'LOCAL/{STORAGE}.meta': ")
+
+
+def keeps_attributes(folder):
+    try:
+        os.setxattr(folder, "user.test", b"")
+        return True
+    except OSError:
+        return False
+
+
+class AgentGolden(AgentCase):
+    maxDiff = None
+
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(GOLDEN / "repository", self.place / "repository")
+        self.set = self.place / "repository/Draxo/Backup/cloudbackup/Clients" / CLIENT / "default"
+
+    def be_the_golden_client(self):
+        (self.place / "state").mkdir(mode=0o700)
+        shutil.copy(GOLDEN / "client-id", self.place / "state/client-id")
+
+    def comparable(self, lines):
+        """Without what this user or this file system cannot have."""
+        entries = [json.loads(line) for line in lines]
+        for entry in entries:
+            if os.geteuid() != 0:
+                del entry["owner"], entry["group"]
+            if not keeps_attributes(self.place):
+                entry.pop("attributes", None)
+        return entries
+
+    def expect_golden(self, checkpoint, restored, root="/srv/golden"):
+        kept = (GOLDEN / f"checkpoint-{checkpoint}").read_text().splitlines()
+        self.assertEqual(self.comparable(golden_tree.describe(restored + root)), self.comparable(kept))
+
+    def restore(self, checkpoint):
+        target = tempfile.mkdtemp(dir=self.place)
+        self.run_agent("restore", checkpoint, "--target", target)
+        return target
+
+    def test_both_checkpoints_are_restored_by_any_machine(self):
+        for checkpoint in (1, 2):
+            self.expect_golden(checkpoint, self.restore(checkpoint))
+
+    def test_its_own_machine_goes_on(self):
+        self.be_the_golden_client()
+        fill(self.source, 1, files=10)
+        out, _ = self.run_agent("backup", self.source)
+        self.assertIn("Checkpoint 3 of set 'default'", out)
+        self.assertIn("/srv/golden: 6 files, 1.1 MiB, as in checkpoint 2", out)
+        restored = self.restore("latest")
+        self.expect_golden(2, restored)
+        self.assertEqual(describe(restored + str(self.source)), describe(self.source))
+        self.expect_golden(1, self.restore(1))
+
+    def test_another_machine_begins_beside_it(self):
+        fill(self.source, 1, files=10)
+        self.run_agent("backup", self.source)
+        out, _ = self.run_agent("--client", CLIENT, "checkpoints")
+        self.assertEqual(len(out.splitlines()), 3)
+        out, _ = self.run_agent("checkpoints")
+        self.assertEqual(len(out.splitlines()), 2)
+
+    def restore_failure(self, code=1):
+        """What a restore of checkpoint 2 prints, with all causes; a line for each trouble."""
+        target = tempfile.mkdtemp(dir=self.place)
+        _, err = self.run_agent("-v", "restore", "2", "--target", target, expect=code)
+        err = re.sub(re.escape(str(self.place)) + r"/state/\S*/run-\w{6}/", "LOCAL/", err.replace(target, "TARGET"))
+        return [line.removeprefix("cloudbackup: ") for line in err.splitlines()], target
+
+    def block(self, folder):
+        return next(self.set.glob(f"BlockStore/{STORAGE}/{folder}/*"))
+
+    def expect_refused(self, *texts):
+        self.assertEqual(self.restore_failure()[0], ["".join(texts)])
+
+    def test_a_missing_block_hurts_only_its_files(self):
+        path = f"/default/BlockStore/{STORAGE}/18/18bebac95e3f046f79e52bf6094b4128"
+        self.block("18").unlink()
+        troubles, target = self.restore_failure(code=3)
+        cause = f"DownloadFile '{BUCKET_PATH}{path}': object not found"
+        first = f"The chunk at byte 0 of block '{path}' is damaged: {cause}"
+        self.assertEqual(troubles, [
+            f"/srv/golden/folder/inner/file: {first}",
+            f"/srv/golden/not \\xff UTF-8, ü is: {first}",
+            f"/srv/golden/sparse: The chunk at byte 102 of block '{path}' is damaged: {cause}",
+            "/srv/golden/hard link: Cannot make the hard link 'TARGET/srv/golden/hard link': No such file or directory"])
+        restored = {json.loads(line)["path"]: json.loads(line) for line in golden_tree.describe(target + "/srv/golden")}
+        kept = {json.loads(line)["path"]: json.loads(line)
+                for line in (GOLDEN / "checkpoint-2").read_text().splitlines()}
+        lost = {"/folder/inner/file", "/not \udcff UTF-8, \u00fc is", "/sparse", "/hard link"}
+        self.assertEqual(set(kept) - set(restored), lost)
+        self.assertEqual(restored["/letter.txt"]["sha256"], kept["/letter.txt"]["sha256"])
+        self.assertEqual(restored["/random"]["sha256"], kept["/random"]["sha256"])
+
+    def test_a_damaged_block_is_seen(self):
+        block = self.block("be")
+        content = bytearray(block.read_bytes())
+        content[1000] ^= 1
+        block.write_bytes(content)
+        cause = (f"The chunk at byte 0 of block '/default/BlockStore/{STORAGE}/be/{block.name}' is damaged: its content "
+                 "does not have the SHA-256 b1a6264b71bac2b57cab29f0ef288a2f857106464f12e86206de81e3fa89641a")
+        self.assertEqual(self.restore_failure(code=3)[0],
+                         [f"/srv/golden/letter.txt: {cause}", f"/srv/golden/random: {cause}"])
+
+    def test_a_missing_part_of_the_metadata_is_named(self):
+        part = f"/default/Metadata/{STORAGE}.1_metaparts/8192"
+        (self.set.parent / part[1:]).unlink()
+        self.expect_refused(DOWNLOAD_FAILURE, f"Cannot download bank blob [{part}] for storage [{STORAGE}.2]: ",
+                            f"DownloadFile '{BUCKET_PATH}{part}': object not found")
+
+    def test_a_missing_header_is_named(self):
+        header = f"/default/Metadata/{STORAGE}.2"
+        (self.set.parent / header[1:]).unlink()
+        self.expect_refused(DOWNLOAD_FAILURE, f"DownloadFile '{BUCKET_PATH}{header}': object not found")
+
+    def test_a_damaged_part_of_the_metadata_is_seen(self):
+        part = next(self.set.glob(f"Metadata/{STORAGE}.2_metaparts/*"))
+        part.write_bytes(part.read_bytes()[:-1] + b"\0")
+        self.expect_refused(f"Cannot read metadata file 'LOCAL/{STORAGE}.meta': bank 1: its bytes are damaged")
+
+    def test_an_older_header_under_the_name_is_seen(self):
+        shutil.copy(self.set / "Metadata" / f"{STORAGE}.1", self.set / "Metadata" / f"{STORAGE}.2")
+        self.expect_refused(f"Cannot read metadata file 'LOCAL/{STORAGE}.meta': ",
+                            "it has 9250 bytes where the header says 8921")
+
+    def test_a_damaged_checkpoint_leaves_the_other(self):
+        path = self.set / "Metadata/Checkpoint/2"
+        path.write_bytes(path.read_bytes()[:500])
+        self.expect_refused("Failed to load checkpoint '2' for cloud backup 'default': Invalid XML document: cut off at ",
+                            "byte 500, in attribute 'InlineContent' of node 'Dxr'")
+        self.expect_golden(1, self.restore(1))
+
+
+if __name__ == "__main__":
+    main()
