@@ -76,7 +76,7 @@ void CChunkReader::Deliver(std::span<const SChunk> wanted, std::size_t index, IC
 std::string CChunkReader::Describe(const SChunk& chunk) const {
     const std::string block = chunk.block < source_.blocks.size() ? "'" + GetBlockPath(source_, chunk.block) + "'"
                                                                   : std::to_string(chunk.block);
-    return exc::Format("The chunk at byte %1 of block %2 is damaged", chunk.blockOffset, block);
+    return exc::Format("The chunk at byte %1 of block %2 cannot be read", chunk.blockOffset, block);
 }
 
 }  // namespace agent

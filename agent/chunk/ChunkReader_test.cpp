@@ -118,7 +118,7 @@ TEST_F(ChunkReader, AFlippedByteDamagesItsChunkAlone) {
             const auto index =
                 static_cast<std::size_t>(std::ranges::find(stored_.chunks, victim) - stored_.chunks.begin());
             EXPECT_EQ(sink.damages[index].find("The chunk at byte " + std::to_string(victim.blockOffset) +
-                                               " of block '" + PathOf(1) + "' is damaged: "),
+                                               " of block '" + PathOf(1) + "' cannot be read: "),
                       0U)
                 << sink.damages[index];
         }
@@ -130,7 +130,7 @@ TEST_F(ChunkReader, SaysThatTheContentIsNotTheChunks) {
     wanted[0].sha256.bytes.fill(0xAB);
     const KeepingSink sink = test::Read(memory_, stored_.newBlocks, wanted);
     EXPECT_EQ(sink.damages[0], "The chunk at byte 0 of block '" + PathOf(0) +
-                                   "' is damaged: its content does not have the SHA-256 "
+                                   "' cannot be read: its content does not have the SHA-256 "
                                    "abababababababababababababababababababababababababababababababab");
 }
 
@@ -150,7 +150,7 @@ TEST_F(ChunkReader, ACutOffBlockKeepsItsFirstChunks) {
             static_cast<std::size_t>(std::ranges::find(stored_.chunks, chunks.back()) - stored_.chunks.begin());
         const std::uint32_t end = chunks.back().blockOffset + chunks.back().storedSize;
         EXPECT_EQ(sink.damages[last], "The chunk at byte " + std::to_string(chunks.back().blockOffset) + " of block '" +
-                                          PathOf(2) + "' is damaged: of the bytes 0 to " + std::to_string(end) +
+                                          PathOf(2) + "' cannot be read: of the bytes 0 to " + std::to_string(end) +
                                           " asked for only " + std::to_string(size) + " came");
     }
 }
@@ -162,7 +162,7 @@ TEST_F(ChunkReader, AMissingBlockDamagesItsChunksAlone) {
     EXPECT_EQ(sink.notFound, ChunksOf(1).size()) << "the cause can be told";
     const auto first =
         static_cast<std::size_t>(std::ranges::find(stored_.chunks, ChunksOf(1)[0]) - stored_.chunks.begin());
-    EXPECT_EQ(sink.damages[first].find("The chunk at byte 0 of block '" + PathOf(1) + "' is damaged: DownloadFile '" +
+    EXPECT_EQ(sink.damages[first].find("The chunk at byte 0 of block '" + PathOf(1) + "' cannot be read: DownloadFile '" +
                                        PathOf(1) + "': "),
               0U)
         << sink.damages[first];
@@ -195,10 +195,10 @@ TEST_F(ChunkReader, HostileRecordsHarmNothing) {
         EXPECT_EQ(IsSound(sink, i), !hostile.contains(i)) << i << sink.damages[i];
     }
     EXPECT_EQ(sink.damages[1], "The chunk at byte " + std::to_string(wanted[1].blockOffset) +
-                                   " of block 4294967295 is damaged: the table of blocks has only " +
+                                   " of block 4294967295 cannot be read: the table of blocks has only " +
                                    std::to_string(stored_.newBlocks.size()));
     EXPECT_EQ(sink.damages[3], "The chunk at byte " + std::to_string(wanted[3].blockOffset) + " of block '" +
-                                   PathOf(0) + "' is damaged: its plain size 4294967295 is not between 1 and 1048576");
+                                   PathOf(0) + "' cannot be read: its plain size 4294967295 is not between 1 and 1048576");
 }
 
 TEST_F(ChunkReader, ATableThatLiesAboutABlocksSizeGainsNothing) {
@@ -212,7 +212,7 @@ TEST_F(ChunkReader, ATableThatLiesAboutABlocksSizeGainsNothing) {
     const KeepingSink sink = test::Read(client, blocks, wanted);
     EXPECT_EQ(sink.CountDamaged(), 1U);
     EXPECT_EQ(sink.damages[0], "The chunk at byte 4026531840 of block '" + PathOf(0) +
-                                   "' is damaged: of the bytes 4026531840 to " +
+                                   "' cannot be read: of the bytes 4026531840 to " +
                                    std::to_string(4026531840U + wanted[0].storedSize) + " asked for only 0 came");
     EXPECT_LE(client->GetCounts().bytesDown, stored_.statistics.storedBytes);
 }

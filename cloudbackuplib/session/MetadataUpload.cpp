@@ -12,14 +12,15 @@ void SetHeader(parts_map_t& parts, unsigned long headerSize) {
     header.SkipUnlessUpdated = false;
 }
 
-bool CoversExactly(const SMetadataUpload& whole, unsigned long totalSize) {
-    checkpoint::cloud_parts_map_t parts;
-    for (const auto& [offset, part] : whole.parts) {
+/// Whether what is uploaded, with what keeps its place, makes up the whole metadata.
+bool CoversExactly(const SMetadataUpload& upload, unsigned long totalSize) {
+    checkpoint::cloud_parts_map_t parts = upload.kept;
+    for (const auto& [offset, part] : upload.parts) {
         if (offset != 0) {
-            parts.emplace(offset, checkpoint::SCloudMetadataPartDescription{{}, offset, part.Size});
+            parts.insert_or_assign(offset, checkpoint::SCloudMetadataPartDescription{{}, offset, part.Size});
         }
     }
-    return metadata::CoverExactly(whole.parts.at(0).Size, parts, totalSize);
+    return metadata::CoverExactly(upload.parts.at(0).Size, parts, totalSize);
 }
 
 SMetadataUpload WholeLayout(const parts_map_t& layout, unsigned long headerSize) {
@@ -59,15 +60,19 @@ checkpoint::cloud_parts_map_t SelectKeptParts(const checkpoint::CCloudStorageDes
 SMetadataUpload PlanUpload(const cache::CStgMetaCache::SMetaDataDescriptor& descriptor,
                            const cache::CStgMetaCache::SReportedLayout& reported,
                            const checkpoint::CCloudStorageDescriptor* previous, unsigned long totalSize) {
-    const bool merged =
-        !reported.Resized && CoversExactly(WholeLayout(descriptor.MetaParts, descriptor.HeaderSize), totalSize);
-    if (!merged) {
+    SMetadataUpload merged = WholeLayout(descriptor.MetaParts, descriptor.HeaderSize);
+    const bool mergedFits = !reported.Resized && CoversExactly(merged, totalSize);
+    if (!mergedFits) {
         SMetadataUpload last = WholeLayout(reported.MetaParts, reported.HeaderSize);
         if (CoversExactly(last, totalSize)) {
             return last;
         }
     }
-    return {SelectPartsForUpload(descriptor), SelectKeptParts(previous, descriptor, totalSize)};
+    SMetadataUpload changed = {SelectPartsForUpload(descriptor), SelectKeptParts(previous, descriptor, totalSize)};
+    if (mergedFits && !CoversExactly(changed, totalSize)) {
+        return merged;  // the cloud lacks parts that were not updated: it had the metadata in one object, say
+    }
+    return changed;
 }
 
 }  // namespace cloudbackuplib::backup

@@ -103,11 +103,11 @@ class AgentGolden(AgentCase):
         self.block("18").unlink()
         troubles, target = self.restore_failure(code=3)
         cause = f"DownloadFile '{BUCKET_PATH}{path}': object not found"
-        first = f"The chunk at byte 0 of block '{path}' is damaged: {cause}"
+        first = f"The chunk at byte 0 of block '{path}' cannot be read: {cause}"
         self.assertEqual(troubles, [
             f"/srv/golden/folder/inner/file: {first}",
             f"/srv/golden/not \\xff UTF-8, ü is: {first}",
-            f"/srv/golden/sparse: The chunk at byte 102 of block '{path}' is damaged: {cause}",
+            f"/srv/golden/sparse: The chunk at byte 102 of block '{path}' cannot be read: {cause}",
             "/srv/golden/hard link: Cannot make the hard link 'TARGET/srv/golden/hard link': No such file or directory"])
         restored = {json.loads(line)["path"]: json.loads(line) for line in golden_tree.describe(target + "/srv/golden")}
         kept = {json.loads(line)["path"]: json.loads(line)
@@ -122,7 +122,7 @@ class AgentGolden(AgentCase):
         content = bytearray(block.read_bytes())
         content[1000] ^= 1
         block.write_bytes(content)
-        cause = (f"The chunk at byte 0 of block '/default/BlockStore/{STORAGE}/be/{block.name}' is damaged: its content "
+        cause = (f"The chunk at byte 0 of block '/default/BlockStore/{STORAGE}/be/{block.name}' cannot be read: its content "
                  "does not have the SHA-256 b1a6264b71bac2b57cab29f0ef288a2f857106464f12e86206de81e3fa89641a")
         self.assertEqual(self.restore_failure(code=3)[0],
                          [f"/srv/golden/letter.txt: {cause}", f"/srv/golden/random: {cause}"])

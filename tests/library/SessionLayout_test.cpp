@@ -191,6 +191,29 @@ TEST_F(SessionLayout, WithoutAReportedLayoutAllPartsBehindTheHeaderAreKept) {
     ExpectAllRestored();
 }
 
+TEST_F(SessionLayout, PartsThatTheCloudHasOnlyInOneObjectAreUploadedThoughNotUpdated) {
+    StorageWriter writer = Writer(1, "head", {"aaaa", "bbbb", "cccc"});
+    {
+        const SingleFileMode singleFile;
+        const auto session = Start();
+        writer.Attach(*session);
+        writer.FlushAll();
+        Commit(*session, writer);
+        writer.Detach();
+    }
+    for (const std::size_t bank : {1U, 2U}) {
+        const auto session = Reopen();
+        writer.Attach(*session);
+        writer.banks[bank] = "XXXX";
+        writer.Flush({bank});
+        Commit(*session, writer);
+        writer.Detach();
+    }
+    EXPECT_THAT(PartsInCloud(Guid(1), 2), ElementsAre("", "12", "4", "8"));
+    EXPECT_THAT(PartsInCloud(Guid(1), 3), ElementsAre("", "12")) << "from then on only what changed";
+    ExpectAllRestored();
+}
+
 TEST_F(SessionLayout, AStaleLayoutThatNothingCanMendIsAWarning) {
     StorageWriter writer = CommitNew(1, "head", {"aaaa", "bbbb"});
     const auto session = Start();
