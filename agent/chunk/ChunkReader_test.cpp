@@ -162,8 +162,8 @@ TEST_F(ChunkReader, AMissingBlockDamagesItsChunksAlone) {
     EXPECT_EQ(sink.notFound, ChunksOf(1).size()) << "the cause can be told";
     const auto first =
         static_cast<std::size_t>(std::ranges::find(stored_.chunks, ChunksOf(1)[0]) - stored_.chunks.begin());
-    EXPECT_EQ(sink.damages[first].find("The chunk at byte 0 of block '" + PathOf(1) + "' cannot be read: DownloadFile '" +
-                                       PathOf(1) + "': "),
+    EXPECT_EQ(sink.damages[first].find("The chunk at byte 0 of block '" + PathOf(1) +
+                                       "' cannot be read: DownloadFile '" + PathOf(1) + "': "),
               0U)
         << sink.damages[first];
 }
@@ -198,7 +198,8 @@ TEST_F(ChunkReader, HostileRecordsHarmNothing) {
                                    " of block 4294967295 cannot be read: the table of blocks has only " +
                                    std::to_string(stored_.newBlocks.size()));
     EXPECT_EQ(sink.damages[3], "The chunk at byte " + std::to_string(wanted[3].blockOffset) + " of block '" +
-                                   PathOf(0) + "' cannot be read: its plain size 4294967295 is not between 1 and 1048576");
+                                   PathOf(0) +
+                                   "' cannot be read: its plain size 4294967295 is not between 1 and 1048576");
 }
 
 TEST_F(ChunkReader, ATableThatLiesAboutABlocksSizeGainsNothing) {

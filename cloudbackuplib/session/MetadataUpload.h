@@ -24,8 +24,8 @@ struct SMetadataUpload {
 
 /// Chooses what to upload. The reported parts, merged over all reports, decide, unless a later report has moved or
 /// resized parts: then the merged layout is one that the metadata never had, and everything is uploaded by the last
-/// layout, provided that it fits. Where the parts that were not updated are not in the cloud, the whole merged layout is
-/// uploaded.
+/// layout, provided that it fits. Where the parts that were not updated are not in the cloud, the whole merged layout
+/// is uploaded.
 [[nodiscard]] SMetadataUpload PlanUpload(const cache::CStgMetaCache::SMetaDataDescriptor& descriptor,
                                          const cache::CStgMetaCache::SReportedLayout& reported,
                                          const checkpoint::CCloudStorageDescriptor* previous, unsigned long totalSize);
