@@ -1,6 +1,9 @@
 #include "common/digest.h"
 
 #include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include <limits>
 
 #include "common/exc.h"
 
@@ -44,6 +47,18 @@ D Compute(std::span<const char> data, const EVP_MD* algorithm) {
 
 md5_digest_t Md5(std::span<const char> data) { return Compute<md5_digest_t>(data, Md5Algorithm()); }
 sha256_digest_t Sha256(std::span<const char> data) { return Compute<sha256_digest_t>(data, Sha256Algorithm()); }
+
+sha256_digest_t HmacSha256(std::span<const char> key, std::span<const char> data) {
+    if (key.size() > std::numeric_limits<int>::max()) {
+        throw exc::CRuntimeExc("Digest operation '%1' failed", "key size");
+    }
+    sha256_digest_t result;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(data.data());
+    const auto* const done = HMAC(Sha256Algorithm(), key.data(), static_cast<int>(key.size()), bytes, data.size(),
+                                  result.bytes.data(), nullptr);
+    Check(done != nullptr ? 1 : 0, "hmac");
+    return result;
+}
 
 struct CSha256::SContext {
     SContext() : context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {

@@ -10,7 +10,7 @@
 
 #include "common/export.h"
 
-/// Digests of byte strings, computed by OpenSSL: MD5 (RFC 1321), SHA-256 (FIPS 180-4).
+/// Digests of byte strings, computed by OpenSSL: MD5 (RFC 1321), SHA-256 (FIPS 180-4), HMAC (RFC 2104).
 namespace digest {
 
 template <std::size_t N>
@@ -36,6 +36,9 @@ using sha256_digest_t = digest_tt<32>;
 
 [[nodiscard]] CB_EXPORT md5_digest_t Md5(std::span<const char> data);
 [[nodiscard]] CB_EXPORT sha256_digest_t Sha256(std::span<const char> data);
+
+/// The HMAC of the data under the key, with SHA-256.
+[[nodiscard]] CB_EXPORT sha256_digest_t HmacSha256(std::span<const char> key, std::span<const char> data);
 
 /// A SHA-256 over data that comes piece by piece. For one thread.
 class CB_EXPORT CSha256 {

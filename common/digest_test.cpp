@@ -94,4 +94,17 @@ TEST(DigestThreads, FromSeveralThreadsAtOnce) {
     }
 }
 
+// RFC 4231, test cases 1, 2 and 6.
+TEST(HmacSha256, MatchesThePublishedVectors) {
+    const std::string_view hi = "Hi There";
+    EXPECT_EQ(digest::HmacSha256(std::string(20, '\x0b'), hi).ToAStr(),
+              "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+    EXPECT_EQ(digest::HmacSha256(std::string_view("Jefe"), std::string_view("what do ya want for nothing?")).ToAStr(),
+              "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+    EXPECT_EQ(digest::HmacSha256(std::string(131, '\xaa'),
+                                 std::string_view("Test Using Larger Than Block-Size Key - Hash Key First"))
+                  .ToAStr(),
+              "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54");
+}
+
 }  // namespace

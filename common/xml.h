@@ -41,6 +41,9 @@ private:
 /// The document of `node` as text.
 [[nodiscard]] CB_EXPORT std::string TiXmlToStr(const xml_holder_t& node);
 
+/// The same without line ends and blanks between the elements, for documents whose elements hold text.
+[[nodiscard]] CB_EXPORT std::string TiXmlToCompactStr(const xml_holder_t& node);
+
 /// Adds an element at the end of the node's children.
 CB_EXPORT xml_holder_t TiXmlCreateChild(xml_holder_t& parent, std::string_view name);
 /// The first child element of that name; fails with "Cannot find required node: %1".
@@ -50,6 +53,12 @@ CB_EXPORT xml_holder_t TiXmlCreateChild(xml_holder_t& parent, std::string_view n
 /// All child elements, in document order.
 [[nodiscard]] CB_EXPORT std::vector<xml_holder_t> TiXmlGetChildren(const xml_holder_t& parent);
 [[nodiscard]] CB_EXPORT std::string TiXmlGetNodeName(const xml_holder_t& node);
+
+/// The text inside an element, what lies in its children left out; empty when there is none. Text of nothing but blanks
+/// counts as none.
+[[nodiscard]] CB_EXPORT std::string TiXmlGetText(const xml_holder_t& node);
+/// Adds a text to an element; refuses what TiXmlSetStrAttr refuses.
+CB_EXPORT void TiXmlAddText(xml_holder_t& node, std::string_view text);
 
 /// Sets a text; refuses one that no document can carry (a NUL byte, invalid UTF-8).
 CB_EXPORT void TiXmlSetStrAttr(xml_holder_t& node, std::string_view name, std::string_view value);

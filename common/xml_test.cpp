@@ -219,6 +219,46 @@ TEST(Xml, ValuesThatLookLikeMarkupComeBackAsTheyWere) {
     }
 }
 
+TEST(XmlText, IsReadBackAsItWasAdded) {
+    for (const std::string& text : {std::string("a"), std::string("<&>\"'"), std::string(" a  b\t"),
+                                    std::string("\xC3\xA9\n%1"), std::string("a\x01")}) {
+        auto document = TiXmlCreateDocument();
+        auto root = TiXmlCreateChild(document, "Root");
+        auto child = TiXmlCreateChild(root, "Key");
+        TiXmlAddText(child, text);
+        for (const std::string& written : {TiXmlToStr(document), TiXmlToCompactStr(document)}) {
+            const auto read = TiXmlGetChildExc(TiXmlParseExc(written), "Root");
+            EXPECT_EQ(TiXmlGetText(TiXmlGetChildExc(read, "Key")), text) << written;
+        }
+    }
+}
+
+TEST(XmlText, OfSeveralPiecesIsPutTogether) {
+    const auto node =
+        TiXmlGetChildExc(TiXmlParseExc("<a>one<b>not this</b><!-- nor this -->two<![CDATA[<3>]]></a>"), "a");
+    EXPECT_EQ(TiXmlGetText(node), "onetwo<3>");
+    EXPECT_EQ(TiXmlGetText(TiXmlGetChildExc(TiXmlParseExc("<a/>"), "a")), "");
+    EXPECT_EQ(TiXmlGetText(TiXmlGetChildExc(TiXmlParseExc("<a>  </a>"), "a")), "");
+}
+
+TEST(XmlText, ThatNoDocumentCanCarryIsRefused) {
+    auto document = TiXmlCreateDocument();
+    auto root = TiXmlCreateChild(document, "Root");
+    for (const std::string& text : {std::string("a\0b", 3), std::string("\xff")}) {
+        EXPECT_THROW(TiXmlAddText(root, text), exc::CRuntimeExc);
+    }
+    EXPECT_EQ(TiXmlToStr(document), "<Root />\n");
+}
+
+TEST(XmlText, TheCompactFormHasNoLineEnds) {
+    auto document = TiXmlCreateDocument();
+    auto root = TiXmlCreateChild(document, "Root");
+    auto child = TiXmlCreateChild(root, "A");
+    TiXmlAddText(child, "x");
+    TiXmlCreateChild(root, "B");
+    EXPECT_EQ(TiXmlToCompactStr(document), "<Root><A>x</A><B /></Root>");
+}
+
 TEST(XmlThreads, DocumentsAreReadFromSeveralThreadsAtOnce) {
     std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
