@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "common/crypto/sec_allocator.h"
+
+namespace clients::s3 {
+
+/// What requests are signed with. The secret is erased when it is let go.
+struct SCredentials {
+    std::string accessKeyId;
+    /// A secret.
+    crypto::sec_bytes_t secretAccessKey;
+    /// A secret; empty for keys that do not expire.
+    std::string sessionToken;
+};
+
+/// Where credentials come from. Safe from any thread.
+class ICredentials {
+public:
+    virtual ~ICredentials() = default;
+    /// Credentials that hold now; may ask a service. Throws exc::CExc when there are none.
+    [[nodiscard]] virtual std::shared_ptr<const SCredentials> Get() = 0;
+};
+
+/// The same credentials always.
+class CStaticCredentials : public ICredentials {
+public:
+    explicit CStaticCredentials(SCredentials credentials)
+        : credentials_(std::make_shared<const SCredentials>(std::move(credentials))) {}
+    [[nodiscard]] std::shared_ptr<const SCredentials> Get() override { return credentials_; }
+
+private:
+    const std::shared_ptr<const SCredentials> credentials_;
+};
+
+}  // namespace clients::s3

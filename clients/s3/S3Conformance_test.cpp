@@ -1,0 +1,90 @@
+// The contract, kept on a real server. Run by tests/servers/with_server.py, which tells where it is.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "clients/s3/S3Client.h"
+#include "clients/s3/S3Failure.h"
+#include "cloudclientlib/conformance/GTest.h"
+#include "cloudclientlib/wrappers/CountingClient.h"
+#include "cloudclientlib/wrappers/FaultClient.h"
+#include "cloudclientlib/wrappers/GateClient.h"
+
+namespace clients {
+namespace {
+
+using namespace cloudclientlib;
+
+std::string Environment(const char* name) {
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets it
+    if (value == nullptr || *value == '\0') {
+        std::cerr << name << " is not set: run this by tests/servers/with_server.py\n";
+        std::exit(1);  // NOLINT(concurrency-mt-unsafe): before any thread
+    }
+    return value;
+}
+
+std::shared_ptr<s3::ICredentials> Credentials() {
+    const std::string secret = Environment("S3_TEST_SECRET");
+    return std::make_shared<s3::CStaticCredentials>(
+        s3::SCredentials{Environment("S3_TEST_KEY"), {secret.begin(), secret.end()}, ""});
+}
+
+s3::SBucket Bucket() { return {Environment("S3_TEST_ENDPOINT"), Environment("S3_TEST_REGION"), "conformance", false}; }
+
+SS3ClientOptions Options(const std::string& prefix) {
+    SS3ClientOptions options;
+    options.bucket = Bucket();
+    options.prefix = prefix;
+    return options;
+}
+
+void MakeBucket() {
+    s3::CS3Connection connection(Bucket(), Credentials(), {}, [] { return std::chrono::system_clock::now(); });
+    s3::SRequest request;
+    request.method = "PUT";
+    s3::CheckSuccess("MakeBucket", "conformance", connection.Run(request));
+}
+
+using wrap_t = std::shared_ptr<ICloudClient> (*)(std::shared_ptr<ICloudClient>);
+
+/// Each place is a prefix of its own in the one bucket; many clients share it.
+conformance::factory_t Factory(wrap_t wrap) {
+    return [wrap]() -> conformance::place_t {
+        static std::atomic<unsigned> number{0};
+        const std::string prefix = "place-" + std::to_string(++number);
+        return [wrap, prefix] { return wrap(std::make_shared<CS3Client>(Options(prefix), Credentials())); };
+    };
+}
+
+std::shared_ptr<ICloudClient> Plain(std::shared_ptr<ICloudClient> client) { return client; }
+
+template <class TWrapper>
+std::shared_ptr<ICloudClient> Wrapped(std::shared_ptr<ICloudClient> client) {
+    return std::make_shared<TWrapper>(std::move(client));
+}
+
+conformance::SSettings Settings(bool large) {
+    conformance::SSettings settings;
+    // An object store keeps keys, not folders.
+    settings.deviations.objectAndFolderShareAPath = true;
+    settings.large = large;
+    settings.rounds = 10;
+    return settings;
+}
+
+[[maybe_unused]] const bool registered = [] {
+    MakeBucket();
+    return conformance::RegisterConformance("S3Conformance", Factory(&Plain), Settings(true)) &&
+           conformance::RegisterConformance("CountedS3Conformance", Factory(&Wrapped<CCountingClient>),
+                                            Settings(false)) &&
+           conformance::RegisterConformance("FaultyS3Conformance", Factory(&Wrapped<CFaultClient>), Settings(false)) &&
+           conformance::RegisterConformance("GatedS3Conformance", Factory(&Wrapped<CGateClient>), Settings(false));
+}();
+
+}  // namespace
+}  // namespace clients

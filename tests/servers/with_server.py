@@ -1,0 +1,36 @@
+#!/usr/bin/env python3
+"""Runs a program beside an object store that is started for it and stopped behind it.
+
+with_server.py ceph|swift PROGRAM ARG...    the store is told in S3_TEST_ENDPOINT, S3_TEST_KEY, S3_TEST_SECRET,
+                                            S3_TEST_REGION
+A server that is not installed, or does not start, is a failure: scripts/install-deps --servers installs them.
+"""
+import os
+import signal
+import subprocess
+import sys
+
+
+def server(name):
+    if name == "ceph":
+        from ceph import Ceph
+        return Ceph()
+    if name == "swift":
+        from swift import Swift
+        return Swift()
+    sys.exit(f"no server '{name}' is known")
+
+
+def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # so that the server is stopped
+    store = server(sys.argv[1])
+    try:
+        environment = dict(os.environ, S3_TEST_ENDPOINT=store.endpoint, S3_TEST_KEY=store.access_key,
+                           S3_TEST_SECRET=store.secret_key, S3_TEST_REGION=store.region, S3_TEST_SERVER=sys.argv[1])
+        return subprocess.run(sys.argv[2:], env=environment, check=False).returncode
+    finally:
+        store.stop()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
