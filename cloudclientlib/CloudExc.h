@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -25,6 +27,8 @@ struct CB_EXPORT SFailure {
     std::string path;
     /// What happened, in words.
     std::string reason;
+    /// How long the service asks to wait before the next attempt; 0 when it does not.
+    std::chrono::milliseconds retryAfter{0};
 };
 
 /// A failure of a cloud client. The message is "<operation> '<path>': <reason>".
@@ -37,11 +41,17 @@ public:
     [[nodiscard]] bool IsRetryable() const noexcept { return failure_->retryable; }
     [[nodiscard]] const std::string& GetOperation() const noexcept { return failure_->operation; }
     [[nodiscard]] const std::string& GetPath() const noexcept { return failure_->path; }
+    [[nodiscard]] std::chrono::milliseconds GetRetryAfter() const noexcept { return failure_->retryAfter; }
+
+    /// The same failure with a remark behind its reason ("UploadFile 'a': busy (after 3 attempts)").
+    [[nodiscard]] CCloudExc WithRemark(std::string_view remark) const;
 
     [[nodiscard]] std::unique_ptr<exc::CExc> Clone() const override;
     [[noreturn]] void Generate() const override;
 
 private:
+    CCloudExc(SFailure failure, std::string_view causeText);
+
     std::shared_ptr<const SFailure> failure_;  // shared, so that copying an exception cannot throw
 };
 

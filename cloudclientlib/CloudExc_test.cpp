@@ -40,6 +40,33 @@ TEST(CloudExc, UnknownUntilTold) {
     EXPECT_FALSE(none.retryable);
 }
 
+TEST(CloudExc, TellsHowLongTheServiceAsksToWait) {
+    EXPECT_EQ(std::chrono::milliseconds(0), CCloudExc(busy).GetRetryAfter());
+    SFailure slow = busy;
+    slow.retryAfter = std::chrono::seconds(7);
+    EXPECT_EQ(std::chrono::milliseconds(7000), CCloudExc(slow).GetRetryAfter());
+    EXPECT_EQ(std::chrono::milliseconds(7000), CCloudExc(slow).WithRemark("(again)").GetRetryAfter());
+}
+
+TEST(CloudExc, ARemarkStandsBehindTheReason) {
+    const CCloudExc failure = CCloudExc(busy).WithRemark("(after 3 attempts)");
+    EXPECT_STREQ("UploadFile 'a/b': the store is busy (after 3 attempts)", failure.what());
+    EXPECT_FALSE(failure.HasCauseText());
+    EXPECT_EQ(EFailure::transient, failure.GetKind());
+    EXPECT_TRUE(failure.IsRetryable());
+    EXPECT_EQ("UploadFile", failure.GetOperation());
+    EXPECT_EQ("a/b", failure.GetPath());
+}
+
+TEST(CloudExc, ARemarkStandsBeforeTheCause) {
+    SFailure withNul = busy;
+    withNul.path = std::string("a\0b", 3);
+    const CCloudExc failure =
+        CCloudExc(withNul, std::runtime_error("timeout")).WithRemark("(again)").WithRemark("(%1)");
+    EXPECT_STREQ("UploadFile 'a\\0b': the store is busy (again) (%1): timeout", failure.what());
+    EXPECT_EQ(std::string("UploadFile 'a\0b': the store is busy (again) (%1)", 48), failure.GetMessage());
+}
+
 TEST(CloudExc, NotFoundIsAClassOfItsOwn) {
     const CObjectNotFoundExc failure("DownloadFile", "x");
     EXPECT_STREQ("DownloadFile 'x': object not found", failure.what());

@@ -23,7 +23,7 @@ task::task_ptr CInterceptingClient::DownloadFileAsync(const std::string& path, b
 task::task_ptr CInterceptingClient::DownloadFileAsync(const std::string& path, buffer_ptr buffer, unsigned long offset,
                                                       unsigned long size) {
     return interceptor_->OnTask(
-        {.operation = EOperation::downloadFileRange, .path = path, .buffer = buffer},
+        {.operation = EOperation::downloadFileRange, .path = path, .buffer = buffer, .size = size},
         [inner = Inner(), path, buffer, offset, size] { return inner->DownloadFileAsync(path, buffer, offset, size); });
 }
 

@@ -18,6 +18,8 @@ struct SInterceptedCall {
     ICloudClient::buffer_ptr buffer = nullptr;
     /// Of a deleted folder; may be empty there too.
     std::shared_ptr<progress::progress_base_t> progress = nullptr;
+    /// Asked for by a ranged download, in bytes.
+    unsigned long size = 0;
 };
 
 /// Decides what becomes of the calls of a CInterceptingClient. Called from any thread.
