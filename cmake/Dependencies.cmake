@@ -2,7 +2,7 @@
 
 find_package(Threads REQUIRED)
 find_package(Boost 1.74 REQUIRED COMPONENTS thread)
-find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto)
+find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto SSL)
 find_package(ZLIB REQUIRED)
 find_package(CURL 7.88 REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -8,11 +8,13 @@ set(CLOUDBACKUP_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/cloudbackup")
 set(CLOUDBACKUP_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/cloudbackuplib")
 
 set(shared_libraries common cloudclientlib cloudbackuplib)
-set(static_libraries cloudclient_wrappers cloudclient_conformance client_memory client_directory clients)
+set(static_libraries cloudclient_wrappers cloudclient_conformance client_memory client_directory
+    client_http client_s3 client_azure clients)
 set_target_properties(cloudclient_wrappers PROPERTIES EXPORT_NAME wrappers OUTPUT_NAME cloudbackup_wrappers)
 set_target_properties(cloudclient_conformance PROPERTIES EXPORT_NAME conformance OUTPUT_NAME cloudbackup_conformance)
-set_target_properties(client_memory PROPERTIES OUTPUT_NAME cloudbackup_client_memory)
-set_target_properties(client_directory PROPERTIES OUTPUT_NAME cloudbackup_client_directory)
+foreach(client IN ITEMS memory directory http s3 azure)
+  set_target_properties(client_${client} PROPERTIES OUTPUT_NAME cloudbackup_client_${client})
+endforeach()
 set_target_properties(clients PROPERTIES OUTPUT_NAME cloudbackup_clients)
 set_target_properties(${shared_libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(cloudbackup PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -26,9 +28,11 @@ install(TARGETS ${shared_libraries} ${static_libraries}
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 install(TARGETS cloudbackup RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT agent)
 
-foreach(folder common common/alglib common/crypto cloudclientlib cloudclientlib/wrappers)
+foreach(folder common common/alglib common/crypto cloudclientlib cloudclientlib/wrappers
+               clients/http clients/s3 clients/azure)
   file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.h")
-  list(REMOVE_ITEM headers "${PROJECT_SOURCE_DIR}/common/xml_check.h")
+  list(REMOVE_ITEM headers "${PROJECT_SOURCE_DIR}/common/xml_check.h"
+    "${PROJECT_SOURCE_DIR}/clients/http/FakeServer.h" "${PROJECT_SOURCE_DIR}/clients/http/HttpTransfer.h")
   install(FILES ${headers} DESTINATION "${CLOUDBACKUP_INCLUDEDIR}/${folder}" COMPONENT development)
 endforeach()
 install(DIRECTORY cloudbackuplib/include/cloudbackuplib DESTINATION "${CLOUDBACKUP_INCLUDEDIR}" COMPONENT development)
@@ -74,10 +78,10 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Backups in cloud object storage (shared li
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libcloudbackup-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "libcloudbackup${CLOUDBACKUP_SOVERSION} (= ${PROJECT_VERSION}), libboost-dev, libboost-thread-dev")
+  "libcloudbackup${CLOUDBACKUP_SOVERSION} (= ${PROJECT_VERSION}), libboost-dev, libboost-thread-dev, libcurl4-openssl-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Backups in cloud object storage (development files)
  Headers, link libraries, the cloud client contract with its conformance suite,
- and files for CMake and pkg-config.")
+ clients of folders, S3 and Azure Blob Storage, and files for CMake and pkg-config.")
 set(CPACK_DEBIAN_AGENT_PACKAGE_NAME cloudbackup)
 set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS "libcloudbackup${CLOUDBACKUP_SOVERSION} (= ${PROJECT_VERSION})")

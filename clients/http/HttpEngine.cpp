@@ -1,20 +1,35 @@
 #include "clients/http/HttpEngine.h"
 
-#include <future>
-
-#include "clients/http/HttpTransfer.h"
-#include "common/exc.h"
-
-#include <condition_variable>
 #include <deque>
+#include <future>
 #include <mutex>
 #include <thread>
+
+#include "clients/http/HttpDate.h"
+#include "clients/http/HttpTransfer.h"
+#include "common/exc.h"
 
 namespace clients::http {
 
 std::string SHttpAnswer::Header(const std::string& lowerCaseName) const {
     const auto found = headers.find(lowerCaseName);
     return found == headers.end() ? std::string() : found->second;
+}
+
+std::chrono::milliseconds SHttpAnswer::RetryAfter() const {
+    using std::chrono::milliseconds;
+    constexpr std::size_t mostDigits = 6;
+    const std::string text = Header("retry-after");
+    if (text.empty()) {
+        return milliseconds::zero();
+    }
+    if (text.size() <= mostDigits && text.find_first_not_of("0123456789") == std::string::npos) {
+        return std::chrono::seconds(std::stol(text));
+    }
+    const auto until = ParseHttpDate(text);
+    const auto now = ParseHttpDate(Header("date"));
+    const bool isTold = now != std::chrono::system_clock::time_point() && until > now;
+    return isTold ? std::chrono::duration_cast<milliseconds>(until - now) : milliseconds::zero();
 }
 
 namespace {
@@ -73,7 +88,9 @@ private:
         while (Begin()) {
             int running = 0;
             curl_multi_perform(multi_.get(), &running);
-            Finish();
+            if (Finish()) {
+                continue;  // connections are free for what waits
+            }
             constexpr int longestWait = 1000;  // in milliseconds; a wake-up ends it
             curl_multi_poll(multi_.get(), nullptr, 0, longestWait, nullptr);
         }
@@ -104,7 +121,9 @@ private:
         curl_multi_add_handle(multi_.get(), handle);
     }
 
-    void Finish() {
+    /// Whether anything was finished.
+    bool Finish() {
+        bool any = false;
         int left = 0;
         while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
             if (message->msg != CURLMSG_DONE) {
@@ -118,7 +137,9 @@ private:
             SHttpResult result = active.transfer->TakeResult(code);
             idle_.push_back(std::move(active.transfer));
             active.done(std::move(result));
+            any = true;
         }
+        return any;
     }
 
     std::unique_ptr<CHttpTransfer> TakeHandle() {

@@ -39,6 +39,9 @@ struct SHttpAnswer {
     [[nodiscard]] bool IsSuccess() const { return status >= 200 && status < 300; }
     /// Empty when there is none.
     [[nodiscard]] std::string Header(const std::string& lowerCaseName) const;
+    /// How long the service asks to wait (RFC 9110, section 10.2.3), in seconds or until a time by its own clock; 0
+    /// when it does not.
+    [[nodiscard]] std::chrono::milliseconds RetryAfter() const;
 };
 
 /// Why no answer came.

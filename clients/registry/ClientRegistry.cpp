@@ -4,7 +4,12 @@
 #include <map>
 #include <string_view>
 
+#include "clients/azure/AzureStore.h"
 #include "clients/directory/DirectoryClient.h"
+#include "clients/registry/AzureLocation.h"
+#include "clients/registry/NetworkClient.h"
+#include "clients/registry/S3Location.h"
+#include "clients/s3/S3Store.h"
 #include "cloudclientlib/CloudExc.h"
 
 namespace clients {
@@ -15,15 +20,15 @@ using cloudclientlib::ICloudClient;
 
 namespace {
 
-using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELocation mode);
-
-constexpr const char* directoryScheme = "dir";
+using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELocation mode,
+                                                   const SNetworkOptions& limits);
 
 [[noreturn]] void Refuse(const std::string& shown, std::string reason) {
     throw CCloudExc({EFailure::other, false, "OpenLocation", shown, std::move(reason)});
 }
 
-std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode) {
+std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode,
+                                            const SNetworkOptions& /*limits*/) {
     if (rest.empty()) {
         Refuse("dir:", "the folder's path is missing");
     }
@@ -31,9 +36,26 @@ std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation m
         rest, mode == ELocation::createMissing ? ERoot::createMissing : ERoot::existing);
 }
 
+std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, const SNetworkOptions& limits) {
+    SS3Location location = ReadS3Location(rest, &ProcessEnvironment);
+    location.options.http.connections = limits.connections;
+    return OpenOverNetwork(
+        limits, [&] { return OpenS3Bucket(location.options, location.credentials, mode == ELocation::createMissing); });
+}
+
+std::shared_ptr<ICloudClient> OpenAzure(const std::string& rest, ELocation mode, const SNetworkOptions& limits) {
+    SAzureLocation location = ReadAzureLocation(rest, &ProcessEnvironment);
+    location.options.http.connections = limits.connections;
+    location.options.http.caFile = limits.caFile;
+    return OpenOverNetwork(limits, [&] {
+        return OpenAzureContainer(location.options, location.account, mode == ELocation::createMissing);
+    });
+}
+
 /// Every scheme that a location may have; a further client is a further line.
 const std::map<std::string, opener_t, std::less<>>& Openers() {
-    static const std::map<std::string, opener_t, std::less<>> openers{{directoryScheme, &OpenDirectory}};
+    static const std::map<std::string, opener_t, std::less<>> openers{
+        {"dir", &OpenDirectory}, {"s3", &OpenS3}, {"azure", &OpenAzure}};
     return openers;
 }
 
@@ -63,20 +85,20 @@ std::string KnownSchemes() {
 
 }  // namespace
 
-std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode) {
+std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode, const SNetworkOptions& limits) {
     if (location.empty()) {
         Refuse(location, "the location is empty");
     }
     const auto scheme = SchemeOf(location);
     if (scheme.empty()) {
-        return OpenDirectory(location, mode);
+        return OpenDirectory(location, mode, limits);
     }
     const auto opener = Openers().find(scheme);
     if (opener == Openers().end()) {
         Refuse(scheme + ":", "unknown kind of location; known are " + KnownSchemes() +
                                  " and plain paths (a path with a colon is written 'dir:PATH')");
     }
-    return opener->second(location.substr(scheme.size() + 1), mode);
+    return opener->second(location.substr(scheme.size() + 1), mode, limits);
 }
 
 }  // namespace clients

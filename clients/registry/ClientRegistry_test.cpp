@@ -64,8 +64,8 @@ TEST(ClientRegistry, CreatesWhatIsMissingOnlyWhenAsked) {
 
 TEST(ClientRegistry, UnknownSchemeIsNamedWithoutTheRest) {
     EXPECT_EQ(RefusalOf("ftp:user:secret@host/folder"),
-              "other|OpenLocation 'ftp:': unknown kind of location; known are 'dir:' and plain paths (a path with a "
-              "colon is written 'dir:PATH')");
+              "other|OpenLocation 'ftp:': unknown kind of location; known are 'azure:', 'dir:', 's3:' and plain paths "
+              "(a path with a colon is written 'dir:PATH')");
 }
 
 TEST(ClientRegistry, EmptyLocationsAreRefused) {

@@ -23,6 +23,8 @@ public:
     virtual ~ICredentials() = default;
     /// Credentials that hold now; may ask a service. Throws exc::CExc when there are none.
     [[nodiscard]] virtual std::shared_ptr<const SCredentials> Get() = 0;
+    /// The service took the credentials for expired: others are wanted, if there are any.
+    virtual void Refused(const SCredentials& /*credentials*/) {}
 };
 
 /// The same credentials always.

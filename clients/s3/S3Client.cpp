@@ -26,24 +26,12 @@ EStorageTier TierOf(const std::string& storageClass) {
     return storageClass.ends_with("_IA") ? EStorageTier::infrequentAccess : EStorageTier::standard;
 }
 
-/// Of an object that was uploaded with one request, the tag is its MD5; of others it has a "-".
-std::optional<digest::md5_digest_t> Md5Of(const std::string& etag) {
-    digest::md5_digest_t md5;
-    if (etag.size() != 2 * md5.bytes.size() || etag.find_first_not_of("0123456789abcdef") != std::string::npos) {
-        return std::nullopt;
-    }
-    for (std::size_t i = 0; i < md5.bytes.size(); ++i) {
-        md5.bytes[i] = static_cast<std::uint8_t>(std::stoi(etag.substr(2 * i, 2), nullptr, 16));
-    }
-    return md5;
-}
-
 cloudclientlib::SCloudObjectInfo InfoOf(const s3::SListedObject& object, std::size_t prefixSize) {
     cloudclientlib::SCloudObjectInfo info;
     info.name = object.key.substr(prefixSize);
     info.size = object.size;
     info.modified = object.modified;
-    info.md5 = Md5Of(object.etag);
+    info.md5 = s3::Md5OfTag(object.etag);
     info.tier = TierOf(object.storageClass);
     return info;
 }
@@ -126,10 +114,7 @@ task::task_ptr CS3Client::DownloadFileAsync(const std::string& path, buffer_ptr 
             if (place.key == root) {
                 throw cloudclientlib::CObjectNotFoundExc(place.operation, place.path);
             }
-            s3::SRequest request;
-            request.key = place.key;
-            request.target = buffer;
-            s3::CheckSuccess(place.operation, place.path, connection->Run(request));
+            s3::ReadWhole(*connection, place, buffer);
         });
 }
 

@@ -1,9 +1,10 @@
 #include "clients/s3/S3Connection.h"
 
-#include <algorithm>
-#include <cctype>
 #include <future>
 
+#include "clients/http/Unprotected.h"
+#include "clients/http/Uri.h"
+#include "clients/s3/S3Documents.h"
 #include "clients/s3/Signature.h"
 #include "cloudclientlib/CloudExc.h"
 #include "common/digest.h"
@@ -13,38 +14,36 @@ namespace clients::s3 {
 
 namespace {
 
-[[noreturn]] void ThrowBadEndpoint(const std::string& endpoint, const char* why) {
-    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenBucket", endpoint, why});
-}
-
-/// The scheme with "://", and the host with its port unless it is the scheme's own.
-std::pair<std::string, std::string> SplitEndpoint(std::string endpoint) {
-    const std::size_t colon = endpoint.find("://");
-    if (colon == std::string::npos) {
-        ThrowBadEndpoint(endpoint, "an endpoint is written 'https://host[:port]'");
+/// A mistake in the endpoint is told with it; what it is is checked by whoever reads it.
+http::SEndpoint EndpointOf(const SBucket& bucket) {
+    const auto refuse = [&](const std::string& why) {
+        throw cloudclientlib::CCloudExc(
+            {cloudclientlib::EFailure::other, false, "OpenBucket", bucket.name, "the endpoint: " + why});
+    };
+    http::SEndpoint endpoint;
+    try {
+        endpoint = http::ReadEndpoint(bucket.endpoint);
+    } catch (const std::exception& failure) {
+        refuse(failure.what());
     }
-    const std::string scheme = endpoint.substr(0, colon + 3);
-    std::string host = endpoint.substr(colon + 3);
-    if (!host.empty() && host.back() == '/') {
-        host.pop_back();
+    if (!endpoint.path.empty()) {
+        refuse("it is a host and perhaps a port, nothing else");
     }
-    if (scheme != "https://" && scheme != "http://") {
-        ThrowBadEndpoint(endpoint, "an endpoint begins with 'https://' or 'http://'");
+    if (bucket.name.empty()) {
+        refuse("the bucket has no name");
     }
-    if (host.empty() || host.find_first_of("/?#@ \r\n\t") != std::string::npos) {
-        ThrowBadEndpoint(endpoint, "an endpoint is a host and perhaps a port, nothing else");
-    }
-    std::transform(host.begin(), host.end(), host.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    const std::string own = scheme == "https://" ? ":443" : ":80";
-    if (host.ends_with(own)) {  // libcurl leaves it out of the header, and the signature holds for the header
-        host.resize(host.size() - own.size());
-    }
-    return {scheme, host};
+    return endpoint;
 }
 
 std::string HashOf(const http::buffer_ptr& body) {
     return digest::Sha256(body ? std::span<const char>(*body) : std::span<const char>()).ToAStr();
+}
+
+bool IsExpired(const http::SHttpAnswer& answer) {
+    constexpr long badRequest = 400;
+    constexpr long forbidden = 403;
+    return (answer.status == badRequest || answer.status == forbidden) &&
+           ReadError(answer.body).value_or(SServiceError{}).code == "ExpiredToken";
 }
 
 }  // namespace
@@ -55,17 +54,16 @@ CS3Connection::CS3Connection(SBucket bucket, std::shared_ptr<ICredentials> crede
       credentials_(std::move(credentials)),
       clock_(std::move(clock)),
       engine_(std::move(options)) {
-    std::tie(scheme_, host_) = SplitEndpoint(bucket_.endpoint);
-    if (bucket_.name.empty()) {
-        ThrowBadEndpoint(bucket_.endpoint, "the bucket has no name");
-    }
+    auto endpoint = EndpointOf(bucket_);
+    http::WarnIfUnprotected(endpoint);
+    scheme_ = std::move(endpoint.scheme);
+    host_ = std::move(endpoint.host);
     if (bucket_.virtualHosted) {
         host_ = bucket_.name + "." + host_;
     }
 }
 
-http::SHttpRequest CS3Connection::Sign(const SRequest& request) const {
-    const auto credentials = credentials_->Get();
+http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentials& credentials) const {
     const std::string date = AmzDate(clock_());
     SSignedParts parts;
     parts.method = request.method;
@@ -76,8 +74,8 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request) const {
     parts.headers.emplace_back("host", host_);
     parts.headers.emplace_back("x-amz-date", date);
     parts.headers.emplace_back("x-amz-content-sha256", parts.payloadHash);
-    if (!credentials->sessionToken.empty()) {
-        parts.headers.emplace_back("x-amz-security-token", credentials->sessionToken);
+    if (!credentials.sessionToken.empty()) {
+        parts.headers.emplace_back("x-amz-security-token", credentials.sessionToken);
     }
 
     http::SHttpRequest signedRequest;
@@ -85,7 +83,7 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request) const {
     const std::string query = CanonicalQuery(parts.query);
     signedRequest.url = scheme_ + host_ + UriEncode(parts.path, true) + (query.empty() ? "" : "?" + query);
     signedRequest.headers = parts.headers;
-    signedRequest.headers.emplace_back("authorization", Authorization(parts, *credentials, bucket_.region, "s3", date));
+    signedRequest.headers.emplace_back("authorization", Authorization(parts, credentials, bucket_.region, "s3", date));
     signedRequest.body = request.body;
     signedRequest.target = request.target;
     if (request.target) {
@@ -95,9 +93,20 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request) const {
 }
 
 void CS3Connection::Start(const SRequest& request, http::CHttpEngine::done_t done) {
-    engine_.Start(Sign(request), std::move(done));
+    const auto used = credentials_->Get();
+    engine_.Start(Sign(request, *used), [used, source = credentials_, done = std::move(done)](auto result) {
+        if (IsExpired(result.answer)) {
+            source->Refused(*used);
+        }
+        done(std::move(result));
+    });
 }
 
-http::SHttpResult CS3Connection::Run(const SRequest& request) { return engine_.Run(Sign(request)); }
+http::SHttpResult CS3Connection::Run(const SRequest& request) {
+    std::promise<http::SHttpResult> promise;
+    auto result = promise.get_future();
+    Start(request, [&](http::SHttpResult answer) { promise.set_value(std::move(answer)); });
+    return result.get();
+}
 
 }  // namespace clients::s3

@@ -50,7 +50,7 @@ public:
     [[nodiscard]] const SBucket& GetBucket() const { return bucket_; }
 
 private:
-    [[nodiscard]] http::SHttpRequest Sign(const SRequest& request) const;
+    [[nodiscard]] http::SHttpRequest Sign(const SRequest& request, const SCredentials& credentials) const;
 
     const SBucket bucket_;
     const std::shared_ptr<ICredentials> credentials_;

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "clients/http/Uri.h"
 #include "common/exc.h"
 #include "common/util.h"
 #include "common/xml.h"
@@ -26,13 +27,6 @@ xml::xml_holder_t Root(std::string_view text, std::string_view name) {
 void AddText(xml::xml_holder_t& parent, std::string_view name, std::string_view text) {
     xml::xml_holder_t child = xml::TiXmlCreateChild(parent, name);
     xml::TiXmlAddText(child, text);
-}
-
-std::string Unquote(std::string text) {
-    if (text.size() >= 2 && text.front() == '"' && text.back() == '"') {
-        return text.substr(1, text.size() - 2);
-    }
-    return text;
 }
 
 SListedObject ReadObject(const xml::xml_holder_t& node, bool encoded) {
@@ -142,6 +136,16 @@ std::string WriteCompletion(const std::vector<std::string>& etags) {
 
 std::string ReadCopiedPart(std::string_view text) { return RequiredText(Root(text, "CopyPartResult"), "ETag"); }
 
+std::string WriteBucket(const std::string& region) {
+    if (region.empty() || region == "us-east-1") {
+        return {};
+    }
+    xml::xml_holder_t document = xml::TiXmlCreateDocument();
+    xml::xml_holder_t root = xml::TiXmlCreateChild(document, "CreateBucketConfiguration");
+    AddText(root, "LocationConstraint", region);
+    return xml::TiXmlToCompactStr(document);
+}
+
 std::string WriteRestoration(unsigned days, std::string_view tier) {
     xml::xml_holder_t document = xml::TiXmlCreateDocument();
     xml::xml_holder_t root = xml::TiXmlCreateChild(document, "RestoreRequest");
@@ -151,30 +155,37 @@ std::string WriteRestoration(unsigned days, std::string_view tier) {
     return xml::TiXmlToCompactStr(document);
 }
 
+std::string Unquote(std::string text) {
+    if (text.size() >= 2 && text.front() == '"' && text.back() == '"') {
+        return text.substr(1, text.size() - 2);
+    }
+    return text;
+}
+
+std::optional<digest::md5_digest_t> Md5OfTag(const std::string& etag) {
+    digest::md5_digest_t md5;
+    if (etag.size() != 2 * md5.bytes.size()) {
+        return std::nullopt;
+    }
+    for (std::size_t i = 0; i < md5.bytes.size(); ++i) {
+        const int high = HexDigit(etag[2 * i]);
+        const int low = HexDigit(etag[2 * i + 1]);
+        if (high < 0 || low < 0) {
+            return std::nullopt;
+        }
+        md5.bytes[i] = static_cast<std::uint8_t>(high * 16 + low);
+    }
+    return md5;
+}
+
 std::chrono::system_clock::time_point ParseTime(const std::string& text) {
     std::tm parts{};
     const char* const end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
-    return end == nullptr ? std::chrono::system_clock::time_point()
-                          : std::chrono::system_clock::from_time_t(::timegm(&parts));
+    const int year = parts.tm_year + 1900;
+    const bool isTime = end != nullptr && year >= 1970 && year < 2200;  // what the clock can hold
+    return isTime ? std::chrono::system_clock::from_time_t(::timegm(&parts)) : std::chrono::system_clock::time_point();
 }
 
-std::string UrlDecode(std::string_view text) {
-    std::string decoded;
-    decoded.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            decoded += text[i] == '+' ? ' ' : text[i];
-            continue;
-        }
-        const int high = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
-        const int low = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
-        if (high < 0 || low < 0) {
-            throw exc::CRuntimeExc("Broken URL encoding: '%1'", text);
-        }
-        decoded += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    return decoded;
-}
+std::string UrlDecode(std::string_view text) { return http::UriDecode(text, http::EPlus::blank); }
 
 }  // namespace clients::s3

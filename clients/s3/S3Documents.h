@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/digest.h"
+
 /// The XML documents of the S3 protocol, read and written. What is read is hostile: failures are exc::CRuntimeExc and
 /// name what is missing or malformed. Pure functions, safe from any thread.
 namespace clients::s3 {
@@ -57,7 +59,15 @@ struct SServiceError {
 /// The tag of a part that was copied.
 [[nodiscard]] std::string ReadCopiedPart(std::string_view text);
 
+/// What a new bucket is made with; empty for the region that is meant when none is named.
+[[nodiscard]] std::string WriteBucket(const std::string& region);
+
 [[nodiscard]] std::string WriteRestoration(unsigned days, std::string_view tier);
+
+/// An entity tag without its quotes.
+[[nodiscard]] std::string Unquote(std::string text);
+/// Of an object that was uploaded with one request, the tag is its MD5; of others it has a "-".
+[[nodiscard]] std::optional<digest::md5_digest_t> Md5OfTag(const std::string& etag);
 
 /// "2009-10-12T17:50:30.000Z"; the clock's epoch for anything else.
 [[nodiscard]] std::chrono::system_clock::time_point ParseTime(const std::string& text);

@@ -117,7 +117,8 @@ void ThrowFailure(const std::string& operation, const std::string& path, const h
     if (meaning.kind == EFailure::notFound) {
         throw cloudclientlib::CObjectNotFoundExc(operation, path);
     }
-    throw CCloudExc({meaning.kind, meaning.retryable, operation, path, Describe(answer.status, error, meaning.advice)});
+    throw CCloudExc({meaning.kind, meaning.retryable, operation, path, Describe(answer.status, error, meaning.advice),
+                     answer.RetryAfter()});
 }
 
 void CheckSuccess(const std::string& operation, const std::string& path, const http::SHttpResult& result) {

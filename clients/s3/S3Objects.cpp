@@ -102,6 +102,22 @@ SObjectState HeadExc(CS3Connection& connection, const SPlace& place) {
     return *std::move(state);
 }
 
+void ReadWhole(CS3Connection& connection, const SPlace& place, const http::buffer_ptr& buffer) {
+    SRequest request;
+    request.key = place.key;
+    request.target = buffer;
+    const auto result = connection.Run(request);
+    CheckSuccess(place.operation, place.path, result);
+    // Of objects that the service encrypts with keys of its own, the tag is something else.
+    const bool isPlain = result.answer.Header("x-amz-server-side-encryption").find("kms") == std::string::npos &&
+                         result.answer.Header("x-amz-server-side-encryption-customer-algorithm").empty();
+    const auto recorded = isPlain ? Md5OfTag(Unquote(result.answer.Header("etag"))) : std::nullopt;
+    if (recorded && *recorded != digest::Md5(*buffer)) {
+        throw CCloudExc({EFailure::corrupt, true, place.operation, place.path,
+                         "the bytes that came do not have the MD5 that the service recorded"});
+    }
+}
+
 void ReadRange(CS3Connection& connection, const SPlace& place, std::uint64_t offset, std::uint64_t size,
                const http::buffer_ptr& buffer, const std::string& etag) {
     // No object is so large, and services fail, or take for nonsense, positions that their numbers do not hold.

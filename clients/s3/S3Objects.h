@@ -39,6 +39,9 @@ struct SObjectState {
 /// Throws CObjectNotFoundExc when there is no such object.
 [[nodiscard]] SObjectState HeadExc(CS3Connection& connection, const SPlace& place);
 
+/// Reads the whole object, and compares it with the MD5 that the service recorded, where it did.
+void ReadWhole(CS3Connection& connection, const SPlace& place, const http::buffer_ptr& buffer);
+
 /// Reads what there is of [offset, offset + size); with `etag`, only of that version.
 void ReadRange(CS3Connection& connection, const SPlace& place, std::uint64_t offset, std::uint64_t size,
                const http::buffer_ptr& buffer, const std::string& etag);

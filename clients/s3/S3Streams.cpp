@@ -9,52 +9,26 @@ namespace clients::s3 {
 
 namespace {
 
-/// What a streaming download asks for at a time.
-constexpr std::uint64_t fetchSize = 4U << 20U;
+/// Of one version, to the last byte asked for.
+http::CReadAhead Reader(std::shared_ptr<CS3Connection> connection, std::shared_ptr<task::CWorkerPool> workers,
+                        SPlace place) {
+    const SObjectState state = HeadExc(*connection, place);
+    return {std::move(workers), state.size,
+            [connection = std::move(connection), place = std::move(place), etag = state.etag](
+                std::uint64_t offset, std::uint64_t size, const http::buffer_ptr& buffer) {
+                ReadRange(*connection, place, offset, size, buffer, etag);
+                if (buffer->size() != size) {
+                    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::corrupt, true, place.operation,
+                                                     place.path, "the service sent fewer bytes than the object has"});
+                }
+            }};
+}
 
 }  // namespace
 
 CS3Download::CS3Download(std::shared_ptr<CS3Connection> connection, std::shared_ptr<task::CWorkerPool> workers,
                          SPlace place)
-    : connection_(std::move(connection)),
-      workers_(std::move(workers)),
-      place_(std::move(place)),
-      state_(HeadExc(*connection_, place_)),
-      current_(std::make_shared<cnt::array_t<char>>()) {
-    Fetch();
-}
-
-void CS3Download::Fetch() {
-    nextTask_.reset();
-    if (fetched_ >= state_.size) {
-        return;
-    }
-    next_ = std::make_shared<cnt::array_t<char>>();
-    const std::uint64_t offset = fetched_;
-    const std::uint64_t size = std::min(fetchSize, state_.size - fetched_);
-    fetched_ += size;
-    nextTask_ = workers_->Submit(
-        [connection = connection_, place = place_, etag = state_.etag, buffer = next_, offset, size](std::size_t) {
-            ReadRange(*connection, place, offset, size, buffer, etag);
-            if (buffer->size() != size) {
-                throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::corrupt, true, place.operation, place.path,
-                                                 "the service sent fewer bytes than the object has"});
-            }
-        });
-}
-
-std::size_t CS3Download::Read(std::span<char> buffer) {
-    if (position_ == current_->size() && nextTask_ && !buffer.empty()) {
-        nextTask_->Wait();
-        current_ = std::move(next_);
-        position_ = 0;
-        Fetch();
-    }
-    const std::size_t count = std::min(buffer.size(), current_->size() - position_);
-    std::copy_n(current_->data() + position_, count, buffer.data());
-    position_ += count;
-    return count;
-}
+    : reader_(Reader(std::move(connection), std::move(workers), std::move(place))) {}
 
 CS3Upload::CS3Upload(std::shared_ptr<CS3Connection> connection, SPlace place, std::uint64_t size,
                      const SMultipartSizes& sizes, headers_t headers)

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "clients/http/ReadAhead.h"
 #include "clients/s3/S3Multipart.h"
 #include "cloudclientlib/CloudRecords.h"
 #include "cloudclientlib/WorkerPool.h"
@@ -14,20 +15,10 @@ namespace clients::s3 {
 class CS3Download : public cloudclientlib::IDownloadStream {
 public:
     CS3Download(std::shared_ptr<CS3Connection> connection, std::shared_ptr<task::CWorkerPool> workers, SPlace place);
-    std::size_t Read(std::span<char> buffer) override;
+    std::size_t Read(std::span<char> buffer) override { return reader_.Read(buffer); }
 
 private:
-    void Fetch();
-
-    const std::shared_ptr<CS3Connection> connection_;
-    const std::shared_ptr<task::CWorkerPool> workers_;
-    const SPlace place_;
-    SObjectState state_;
-    std::uint64_t fetched_ = 0;
-    http::buffer_ptr current_;
-    std::size_t position_ = 0;
-    http::buffer_ptr next_;
-    task::task_ptr nextTask_;
+    http::CReadAhead reader_;
 };
 
 /// Uploads in parts as the bytes come, or, when there are few, with one request: memory for five parts.

@@ -10,11 +10,6 @@ namespace clients::s3 {
 
 namespace {
 
-bool IsUnreserved(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~';
-}
-
 /// Without blanks at the ends, and with one where there were several.
 std::string TrimAll(std::string_view value) {
     std::string trimmed;
@@ -44,21 +39,6 @@ digest::sha256_digest_t SigningKey(const SCredentials& credentials, std::string_
 }
 
 }  // namespace
-
-std::string UriEncode(std::string_view text, bool keepSlash) {
-    constexpr std::string_view hex = "0123456789ABCDEF";
-    std::string encoded;
-    encoded.reserve(text.size() + text.size() / 4);
-    for (const char c : text) {
-        if (IsUnreserved(c) || (keepSlash && c == '/')) {
-            encoded += c;
-        } else {
-            const auto byte = static_cast<unsigned char>(c);
-            encoded += {'%', hex[byte >> 4U], hex[byte & 0x0FU]};
-        }
-    }
-    return encoded;
-}
 
 std::string CanonicalQuery(const std::vector<std::pair<std::string, std::string>>& query) {
     std::vector<std::pair<std::string, std::string>> encoded;

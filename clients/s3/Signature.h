@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "clients/http/Uri.h"
 #include "clients/s3/Credentials.h"
 
 namespace clients::s3 {
@@ -23,8 +24,8 @@ struct SSignedParts {
     std::string payloadHash;
 };
 
-/// Everything but letters, digits and "-._~" as "%XX" in upper case (RFC 3986); "/" is kept when `keepSlash`.
-[[nodiscard]] std::string UriEncode(std::string_view text, bool keepSlash);
+using http::UriEncode;
+
 /// "a=1&b=2", encoded and sorted, as it stands in the address and in the signature.
 [[nodiscard]] std::string CanonicalQuery(const std::vector<std::pair<std::string, std::string>>& query);
 /// "20130524T000000Z"

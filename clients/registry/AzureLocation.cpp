@@ -1,0 +1,46 @@
+#include "clients/registry/AzureLocation.h"
+
+#include "cloudclientlib/CloudExc.h"
+#include "common/exc.h"
+
+namespace clients {
+
+namespace {
+
+constexpr const char* variable = "AZURE_STORAGE_CONNECTION_STRING";
+
+[[noreturn]] void Refuse(const std::string& why) {
+    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenLocation", "azure:", why});
+}
+
+azure::SAccount ReadAccount(const std::string& text) {
+    if (text.empty()) {
+        Refuse(std::string("the environment variable ") + variable + " is not set");
+    }
+    try {
+        return azure::ReadConnectionString(text);
+    } catch (const exc::CExc& failure) {
+        Refuse(std::string(variable) + ": " + failure.what());
+    }
+}
+
+}  // namespace
+
+SAzureLocation ReadAzureLocation(const std::string& container, const environment_t& environment) {
+    const std::size_t slash = container.find('/');
+    SAzureLocation location;
+    location.options.container = container.substr(0, slash);
+    if (location.options.container.empty()) {
+        Refuse("the container's name is missing: it is written 'azure:CONTAINER'");
+    }
+    if (slash != std::string::npos) {
+        location.options.prefix = container.substr(slash + 1);
+        while (location.options.prefix.ends_with('/')) {
+            location.options.prefix.pop_back();
+        }
+    }
+    location.account = ReadAccount(environment(variable));
+    return location;
+}
+
+}  // namespace clients

@@ -1,0 +1,67 @@
+#include "clients/registry/S3Location.h"
+
+#include "clients/http/Uri.h"
+#include "cloudclientlib/CloudExc.h"
+#include "common/exc.h"
+
+namespace clients {
+
+namespace {
+
+/// The address itself is not told: somebody may have written a password into it.
+[[noreturn]] void Refuse(const std::string& why) {
+    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenLocation", "s3:", why});
+}
+
+http::SEndpoint ReadAddress(const std::string& address) {
+    try {
+        return http::ReadEndpoint(address);
+    } catch (const exc::CExc& failure) {
+        Refuse(std::string("it is written 's3:https://host[:port]/bucket': ") + failure.what());
+    }
+}
+
+std::string FirstOf(const environment_t& environment, std::initializer_list<const char*> names, const char* otherwise) {
+    for (const char* name : names) {
+        if (std::string value = environment(name); !value.empty()) {
+            return value;
+        }
+    }
+    return otherwise;
+}
+
+std::string Required(const environment_t& environment, const char* name) {
+    std::string value = environment(name);
+    if (value.empty()) {
+        Refuse(std::string("the environment variable ") + name + " is not set");
+    }
+    return value;
+}
+
+}  // namespace
+
+SS3Location ReadS3Location(const std::string& address, const environment_t& environment) {
+    const http::SEndpoint endpoint = ReadAddress(address);
+    if (endpoint.path.empty()) {
+        Refuse("the bucket is missing: it is written 's3:https://host[:port]/bucket'");
+    }
+    const std::string path = endpoint.path.substr(1);
+    const std::size_t slash = path.find('/');
+
+    SS3Location location;
+    location.options.bucket.endpoint = endpoint.scheme + endpoint.host;
+    location.options.bucket.name = path.substr(0, slash);
+    location.options.bucket.region = FirstOf(environment, {"AWS_REGION", "AWS_DEFAULT_REGION"}, "us-east-1");
+    location.options.prefix = slash == std::string::npos ? "" : path.substr(slash + 1);
+    location.options.http.caFile = environment("AWS_CA_BUNDLE");
+
+    s3::SCredentials credentials;
+    credentials.accessKeyId = Required(environment, "AWS_ACCESS_KEY_ID");
+    const std::string secret = Required(environment, "AWS_SECRET_ACCESS_KEY");
+    credentials.secretAccessKey.assign(secret.begin(), secret.end());
+    credentials.sessionToken = environment("AWS_SESSION_TOKEN");
+    location.credentials = std::make_shared<s3::CStaticCredentials>(std::move(credentials));
+    return location;
+}
+
+}  // namespace clients
