@@ -26,7 +26,7 @@ std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& sou
 }  // namespace
 
 CChunkDecoder::CChunkDecoder(std::size_t threads)
-    : decompressors_(threads), slots_(SlotCount(threads)), workers_(threads) {}
+    : decompressors_(threads + 1), slots_(SlotCount(threads)), workers_(threads) {}
 
 void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr source) {
     SDecodeSlot& slot = NextSlot(chunk);
@@ -34,14 +34,14 @@ void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr sourc
     if (!slot.plain) {
         slot.plain = std::make_unique_for_overwrite<char[]>(maxChunkSize);
     }
-    slot.done = workers_.Submit([this, &slot](std::size_t worker) {
-        try {
-            Decode(slot, worker);
-        } catch (...) {
-            slot.failure = std::current_exception();
-        }
-    });
+    slot.done = workers_.Submit([this, &slot](std::size_t worker) { Decode(slot, worker); });
     ++tail_;
+}
+
+void CChunkDecoder::DecodeAgain(SDecodeSlot& slot, CRangeDownloads::range_ptr source) {
+    slot.source = std::move(source);
+    slot.failure = nullptr;
+    Decode(slot, decompressors_.size() - 1);
 }
 
 void CChunkDecoder::SubmitFailed(const SChunk& chunk, std::exception_ptr failure) {
@@ -59,10 +59,14 @@ SDecodeSlot& CChunkDecoder::NextSlot(const SChunk& chunk) {
 
 void CChunkDecoder::Decode(SDecodeSlot& slot, std::size_t worker) {
     const SChunk& chunk = *slot.chunk;
-    const std::span<const char> stored = StoredBytes(chunk, *slot.source);
-    DecompressorOf(worker).Decompress({chunk.codec, stored}, {slot.plain.get(), chunk.plainSize});
-    if (digest::Sha256(slot.Plain()) != chunk.sha256) {
-        throw exc::CRuntimeExc("its content does not have the SHA-256 %1", chunk.sha256);
+    try {
+        const std::span<const char> stored = StoredBytes(chunk, *slot.source);
+        DecompressorOf(worker).Decompress({chunk.codec, stored}, {slot.plain.get(), chunk.plainSize});
+        if (digest::Sha256(slot.Plain()) != chunk.sha256) {
+            throw exc::CRuntimeExc("its content does not have the SHA-256 %1", chunk.sha256);
+        }
+    } catch (...) {
+        slot.failure = std::current_exception();
     }
 }
 

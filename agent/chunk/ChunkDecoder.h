@@ -39,6 +39,8 @@ public:
     void Submit(const SChunk& chunk, CRangeDownloads::range_ptr source);
     /// A chunk that needs no work, since it cannot be had.
     void SubmitFailed(const SChunk& chunk, std::exception_ptr failure);
+    /// Tries a slot that failed with other bytes, in the caller's thread.
+    void DecodeAgain(SDecodeSlot& slot, CRangeDownloads::range_ptr source);
     /// Waits for the oldest.
     [[nodiscard]] SDecodeSlot& WaitFront();
     void PopFront();
@@ -50,7 +52,7 @@ private:
     void Decode(SDecodeSlot& slot, std::size_t worker);
     CChunkDecompressor& DecompressorOf(std::size_t worker);
 
-    std::vector<std::optional<CChunkDecompressor>> decompressors_;  // each one its worker's
+    std::vector<std::optional<CChunkDecompressor>> decompressors_;  // each one its worker's, the last the caller's
     std::vector<SDecodeSlot> slots_;  // from head_ to tail_ the workers', the others the caller's
     std::size_t head_ = 0;            // the caller's
     std::size_t tail_ = 0;            // the caller's

@@ -56,7 +56,10 @@ void CChunkReader::Submit(std::span<const SChunk> wanted, std::size_t index, CRa
 }
 
 void CChunkReader::Deliver(std::span<const SChunk> wanted, std::size_t index, IChunkSink& sink) {
-    const SDecodeSlot& slot = decoder_.WaitFront();
+    SDecodeSlot& slot = decoder_.WaitFront();
+    if (slot.failure && slot.source) {
+        ReadAgain(slot);
+    }
     if (!slot.failure) {
         sink.OnChunk(index, slot.Plain());
     } else {
@@ -71,6 +74,17 @@ void CChunkReader::Deliver(std::span<const SChunk> wanted, std::size_t index, IC
         }
     }
     decoder_.PopFront();
+}
+
+void CChunkReader::ReadAgain(SDecodeSlot& slot) {
+    const std::exception_ptr first = slot.failure;
+    const auto download = DownloadChunk(source_, *slot.chunk);
+    if (!download->failure) {
+        decoder_.DecodeAgain(slot, download);
+    }
+    if (slot.failure) {
+        slot.failure = first;
+    }
 }
 
 std::string CChunkReader::Describe(const SChunk& chunk) const {

@@ -26,6 +26,7 @@ public:
 ///
 /// Chunks that lie together in a block come with one download; up to min(client's limit, 8) downloads are in flight
 /// ahead of what is delivered, with no more than about 64 MiB in memory; workers decompress and check the SHA-256.
+/// A chunk whose bytes do not pass the check is read once more by itself, since they may have changed on their way.
 /// Records of chunks are checked before anything is read or allocated for them, and a chunk that is damaged, or whose
 /// download fails, disturbs no other. Reading with a reader is for one thread at a time.
 class CChunkReader {
@@ -39,6 +40,8 @@ public:
 private:
     void Submit(std::span<const SChunk> wanted, std::size_t index, CRangeDownloads& downloads);
     void Deliver(std::span<const SChunk> wanted, std::size_t index, IChunkSink& sink);
+    /// Bytes that are not the chunk's may have changed on their way: they are asked for once more.
+    void ReadAgain(SDecodeSlot& slot);
     [[nodiscard]] std::string Describe(const SChunk& chunk) const;
 
     const SChunkSource source_;

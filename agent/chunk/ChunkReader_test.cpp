@@ -9,6 +9,7 @@
 #include "agent/chunk/ChunkTestKit.h"
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
+#include "cloudclientlib/wrappers/ForwardingClient.h"
 #include "cloudclientlib/wrappers/GateClient.h"
 
 namespace agent {
@@ -178,6 +179,32 @@ TEST_F(ChunkReader, AFailedDownloadDamagesWhatItShouldHaveBrought) {
             ExpectSound(sink, [&](const SChunk& chunk) { return chunk.block + 1 != call; });
         }
     }
+}
+
+/// Changes a byte of the first ranged reads on their way.
+class CNoisyClient : public cloudclientlib::CForwardingClient {
+public:
+    CNoisyClient(test::client_ptr inner, unsigned noisy) : CForwardingClient(std::move(inner)), noisy_(noisy) {}
+    using CForwardingClient::DownloadFileAsync;
+    task::task_ptr DownloadFileAsync(const std::string& path, buffer_ptr buffer, unsigned long offset,
+                                     unsigned long size) override {
+        auto done = CForwardingClient::DownloadFileAsync(path, buffer, offset, size);
+        if (noisy_ > 0) {
+            --noisy_;
+            done->Wait();
+            buffer->at(buffer->size() / 2) ^= 1;
+        }
+        return done;
+    }
+
+private:
+    unsigned noisy_;
+};
+
+TEST_F(ChunkReader, BytesChangedOnTheirWayAreReadOnceMore) {
+    ExpectSound(ReadAll(std::make_shared<CNoisyClient>(memory_, 1)), [](const SChunk&) { return true; });
+    constexpr unsigned always = 1000;
+    EXPECT_GT(ReadAll(std::make_shared<CNoisyClient>(memory_, always)).CountDamaged(), 0U);
 }
 
 TEST_F(ChunkReader, HostileRecordsHarmNothing) {

@@ -10,19 +10,43 @@ namespace {
 
 constexpr std::uint64_t mostBytesAhead = 32U << 20U;
 
+std::shared_ptr<SRangeDownload> Begin(const SChunkSource& source, const SReadRange& range) {
+    const auto download = std::make_shared<SRangeDownload>();
+    download->range = range;
+    download->bytes = std::make_shared<cnt::array_t<char>>();
+    try {
+        download->task = source.client->DownloadFileAsync(GetBlockPath(source, range.block), download->bytes,
+                                                          range.offset, range.size);
+    } catch (...) {
+        download->failure = std::current_exception();
+    }
+    return download;
+}
+
+void WaitFor(SRangeDownload& download) {
+    try {
+        if (download.task) {
+            download.task->Wait();
+        }
+    } catch (...) {
+        download.failure = std::current_exception();
+    }
+}
+
 }  // namespace
+
+std::shared_ptr<const SRangeDownload> DownloadChunk(const SChunkSource& source, const SChunk& chunk) {
+    const auto download = Begin(source, {chunk.block, chunk.blockOffset, chunk.storedSize, 0, 0});
+    WaitFor(*download);
+    return download;
+}
 
 CRangeDownloads::CRangeDownloads(const SChunkSource& source, std::span<const SChunk> wanted, std::size_t limit)
     : source_(source), wanted_(wanted), limit_(limit) {}
 
 CRangeDownloads::~CRangeDownloads() {
     for (const auto& download : ahead_) {
-        try {
-            if (download->task) {
-                download->task->Wait();
-            }
-        } catch (...) {  // nobody wants it any more
-        }
+        WaitFor(*download);  // nobody wants it any more
     }
 }
 
@@ -33,13 +57,7 @@ CRangeDownloads::range_ptr CRangeDownloads::Wait(std::size_t index) {
     current_ = nullptr;
     StartAhead();
     const std::shared_ptr<SRangeDownload> next = ahead_.front();
-    try {
-        if (next->task) {
-            next->task->Wait();
-        }
-    } catch (...) {
-        next->failure = std::current_exception();
-    }
+    WaitFor(*next);
     ahead_.pop_front();
     bytesAhead_ -= next->range.size;
     current_ = next;
@@ -68,18 +86,9 @@ void CRangeDownloads::SkipUnsound() {
 }
 
 void CRangeDownloads::Start(const SReadRange& range) {
-    const auto download = std::make_shared<SRangeDownload>();
-    download->range = range;
-    download->bytes = std::make_shared<cnt::array_t<char>>();
-    ahead_.push_back(download);
+    ahead_.push_back(Begin(source_, range));
     bytesAhead_ += range.size;
     planned_ = range.last;
-    try {
-        download->task = source_.client->DownloadFileAsync(GetBlockPath(source_, range.block), download->bytes,
-                                                           range.offset, range.size);
-    } catch (...) {
-        download->failure = std::current_exception();
-    }
 }
 
 }  // namespace agent

@@ -22,6 +22,9 @@ struct SRangeDownload {
     task::task_ptr task;
 };
 
+/// One chunk's bytes alone, once they are here (or have failed).
+[[nodiscard]] std::shared_ptr<const SRangeDownload> DownloadChunk(const SChunkSource& source, const SChunk& chunk);
+
 /// Downloads the ranges of wanted chunks ahead of their use.
 ///
 /// Keeps up to a number of downloads in flight, and no more bytes than a budget unless one range alone is larger. For

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 
-#include "clients/registry/ClientRegistry.h"
 #include "common/exc.h"
 
 namespace agent {
@@ -15,6 +14,7 @@ namespace backup = cloudbackuplib::backup;
 namespace {
 
 constexpr const char* clientType = "cloudbackup";
+constexpr const char* defaultRepository = "cloudbackup";
 
 std::string HostName() {
     std::array<char, 256> name{};
@@ -39,18 +39,33 @@ void CheckSetName(const std::string& set) {
     }
 }
 
-backup::SCloudRepositoryInfo InfoFor(const SRepositoryOptions& options, const guid::guid_t& clientId) {
+/// The client's own id, unless the store's location says as whom it is used.
+guid::guid_t IdentityOf(const SOpenedStore& store, CLocalState& state) {
+    return store.identity ? store.identity->clientId : state.GetClientId();
+}
+
+backup::SCloudRepositoryInfo InfoFor(const SRepositoryOptions& options, const SOpenedStore& store,
+                                     const guid::guid_t& clientId) {
     backup::SCloudRepositoryInfo info;
-    info.folderName = options.repositoryName;
-    info.client = backup::SCloudRepositoryClientInfo{clientId, clientType, HostName()};
+    info.folderName = !options.repositoryName.empty() ? options.repositoryName
+                      : !store.repositoryName.empty() ? store.repositoryName
+                                                      : defaultRepository;
+    info.client = store.identity.value_or(backup::SCloudRepositoryClientInfo{clientId, clientType, HostName()});
     return info;
 }
 
-std::shared_ptr<backup::ICloudRepository> Open(const SRepositoryOptions& options, const guid::guid_t& clientId) {
+struct SOpened {
+    std::shared_ptr<backup::ICloudRepository> repository;
+    guid::guid_t clientId;
+};
+
+SOpened Open(const SRepositoryOptions& options, CLocalState& state) {
     CheckSetName(options.set);
     try {
-        return backup::CCloudExternalRepository::OpenExisting(
-            clients::OpenLocation(options.location, clients::ELocation::existing), InfoFor(options, clientId));
+        const SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.limits);
+        const guid::guid_t clientId = IdentityOf(store, state);
+        return {backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, clientId)),
+                clientId};
     } catch (const std::exception& failure) {
         exc::RegenTraceExc(failure, "Cannot open the repository (made by 'cloudbackup init')");
     }
@@ -88,9 +103,9 @@ guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients
 guid::guid_t CreateRepository(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
     try {
-        return backup::CCloudExternalRepository::CreateNew(
-                   clients::OpenLocation(options.location, clients::ELocation::createMissing),
-                   InfoFor(options, state.GetClientId()))
+        const SOpenedStore store = OpenStore(options.location, clients::ELocation::createMissing, options.limits);
+        return backup::CCloudExternalRepository::CreateNew(store.client,
+                                                           InfoFor(options, store, IdentityOf(store, state)))
             ->GetId();
     } catch (const std::exception& failure) {
         exc::RegenTraceExc(failure, "Cannot make a repository");
@@ -106,14 +121,13 @@ COpenedRepository::COpenedRepository(std::shared_ptr<backup::ICloudRepository> r
 
 COpenedRepository COpenedRepository::Open4Write(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
-    const guid::guid_t clientId = state.GetClientId();
-    return {Open(options, clientId), clientId, options, state};
+    auto opened = Open(options, state);
+    return {std::move(opened.repository), opened.clientId, options, state};
 }
 
 COpenedRepository COpenedRepository::Open4Read(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
-    const guid::guid_t own = state.GetClientId();
-    auto repository = Open(options, own);
+    auto [repository, own] = Open(options, state);
     const guid::guid_t chosen =
         options.client.empty() ? ChooseClient(repository->EnumClients(), own) : guid::guid_t::FromStr(options.client);
     return {std::move(repository), chosen, options, state};

@@ -5,16 +5,18 @@
 #include <string>
 
 #include "agent/run/LocalState.h"
+#include "agent/store/OpenedStore.h"
 #include "cloudbackuplib/CloudExternalRepository.h"
 
 namespace agent {
 
 /// Where the repository is, and as whom it is used.
 struct SRepositoryOptions {
-    /// "dir:PATH" or a plain path.
+    /// As OpenStore takes it.
     std::string location;
-    /// The repository's folder among all of the place.
-    std::string repositoryName = "cloudbackup";
+    clients::SNetworkOptions limits;
+    /// The repository's folder among all of the place; empty for what the location says, else "cloudbackup".
+    std::string repositoryName;
     std::string set = "default";
     /// The client whose backups are read; empty for this machine's own, else the only one there is.
     std::string client;
