@@ -1,4 +1,5 @@
-// Moves a folder's files to a store and back, as fast as the client goes: what compare_stores.py measures beside a peer.
+// Moves a folder's files to a store and back, as fast as the client goes: what compare_stores.py measures beside a
+// peer.
 //
 // store_bench up|down LOCATION FOLDER TRANSFERS      (the location's keys are in the environment)
 
