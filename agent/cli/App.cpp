@@ -33,12 +33,14 @@ void RaiseOpenFilesLimit() {
 
 void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
     auto& repository = settings.repository;
-    app.add_option("--repo", repository.location, "Where the repository is: dir:PATH, or a plain path")
+    app.add_option("--repo", repository.location,
+                   "Where the repository is: dir:PATH or a plain path,\n"
+                   "s3:https://HOST[:PORT]/BUCKET[/FOLDER], azure:CONTAINER[/FOLDER], or spec:FILE")
         ->envname("CLOUDBACKUP_REPO")
         ->type_name("LOCATION");
-    app.add_option("--repo-name", repository.repositoryName, "Which repository of that place")
+    app.add_option("--repo-name", repository.repositoryName,
+                   "Which repository of that place\n(default: what a specification says, else cloudbackup)")
         ->envname("CLOUDBACKUP_REPO_NAME")
-        ->capture_default_str()
         ->type_name("NAME");
     app.add_option("--set", repository.set, "Which backup set of the client")
         ->envname("CLOUDBACKUP_SET")
@@ -51,18 +53,38 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
                    "(default: $XDG_STATE_HOME/cloudbackup or ~/.local/state/cloudbackup)")
         ->envname("CLOUDBACKUP_STATE_DIR")
         ->type_name("DIR");
+    app.add_option("--connections", repository.limits.connections, "How many connections to a store at once")
+        ->envname("CLOUDBACKUP_CONNECTIONS")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str()
+        ->type_name("N");
+    app.add_option("--limit-upload", repository.limits.bytesPerSecondUp, "At most so many bytes a second up: 500K, 2M")
+        ->envname("CLOUDBACKUP_LIMIT_UPLOAD")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("BYTES");
+    app.add_option("--limit-download", repository.limits.bytesPerSecondDown, "The same for what comes down")
+        ->envname("CLOUDBACKUP_LIMIT_DOWNLOAD")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("BYTES");
+    app.add_option("--ca-file", repository.limits.caFile, "Certificates to trust instead of the system's")
+        ->envname("CLOUDBACKUP_CA_FILE")
+        ->type_name("FILE");
     app.add_flag("--json", flags.json, "Print results as JSON, one object a line");
     app.add_flag("-q,--quiet", flags.quiet, "Print nothing but troubles");
     app.add_flag("-v,--verbose", flags.verbose, "Say why something failed, with all causes; twice: log every step");
 }
 
-void ApplyFlags(const SFlags& flags, SSettings& settings) {
-    if (settings.repository.location.empty()) {
+void CompleteRepository(SRepositoryOptions& repository) {
+    if (repository.location.empty()) {
         throw CLI::RequiredError("--repo (or CLOUDBACKUP_REPO)");
     }
-    if (settings.repository.stateFolder.empty()) {
-        settings.repository.stateFolder = CLocalState::DefaultFolder();
+    if (repository.stateFolder.empty()) {
+        repository.stateFolder = CLocalState::DefaultFolder();
     }
+}
+
+void ApplyFlags(const SFlags& flags, SSettings& settings) {
+    settings.verbose = flags.verbose;
     settings.output = flags.json ? EOutput::json : flags.quiet ? EOutput::quiet : EOutput::text;
     if (flags.verbose > 1) {
         logging::SetSink(logging::MakeStderrSink(logging::level_t::dbg));
@@ -79,6 +101,41 @@ void ReportFailure(const std::exception& failure, const SFlags& flags) {
     PrintTrouble(text);
 }
 
+using commands_t = std::vector<std::pair<CLI::App*, std::unique_ptr<ICommand>>>;
+
+commands_t RegisterCommands(CLI::App& app) {
+    commands_t commands;
+    for (auto make : {MakeInitCommand, MakeBackupCommand, MakeCheckpointsCommand, MakeLsCommand, MakeRestoreCommand,
+                      MakeSpecCommand, MakeCheckClientCommand}) {
+        auto command = make();
+        CLI::App* const parser = command->Register(app);
+        commands.emplace_back(parser, std::move(command));
+    }
+    return commands;
+}
+
+/// The one that the user asks for; the command line has been read, and has exactly one.
+ICommand& ChosenCommand(const commands_t& commands) {
+    for (const auto& [parser, command] : commands) {
+        if (parser->parsed()) {
+            return *command;
+        }
+    }
+    throw CLI::RequiredError("A subcommand");
+}
+
+int RunCommand(ICommand& command, const SSettings& settings, const SFlags& flags) {
+    try {
+        return command.Run(settings);
+    } catch (const CWrongUseExc& failure) {
+        ReportFailure(failure, flags);
+        return exitWrongUse;
+    } catch (const std::exception& failure) {
+        ReportFailure(failure, flags);
+        return exitFailed;
+    }
+}
+
 }  // namespace
 
 int RunApp(int argc, const char* const* argv) {
@@ -92,15 +149,14 @@ int RunApp(int argc, const char* const* argv) {
     SFlags flags;
     AddGlobalOptions(app, settings, flags);
 
-    std::vector<std::pair<CLI::App*, std::unique_ptr<ICommand>>> commands;
-    for (auto make : {MakeInitCommand, MakeBackupCommand, MakeCheckpointsCommand, MakeLsCommand, MakeRestoreCommand}) {
-        auto command = make();
-        CLI::App* const parser = command->Register(app);
-        commands.emplace_back(parser, std::move(command));
-    }
-
+    const commands_t commands = RegisterCommands(app);
+    ICommand* chosen = nullptr;
     try {
         app.parse(argc, argv);
+        chosen = &ChosenCommand(commands);
+        if (chosen->NeedsRepository()) {
+            CompleteRepository(settings.repository);
+        }
         ApplyFlags(flags, settings);
     } catch (const CLI::ParseError& failure) {
         if (failure.get_exit_code() == 0) {  // --help, --version
@@ -114,16 +170,7 @@ int RunApp(int argc, const char* const* argv) {
     }
 
     RaiseOpenFilesLimit();
-    try {
-        for (const auto& [parser, command] : commands) {
-            if (parser->parsed()) {
-                return command->Run(settings);
-            }
-        }
-    } catch (const std::exception& failure) {
-        ReportFailure(failure, flags);
-    }
-    return exitFailed;
+    return RunCommand(*chosen, settings, flags);
 }
 
 }  // namespace agent

@@ -6,6 +6,7 @@
 
 #include "agent/cli/Output.h"
 #include "agent/run/OpenedRepository.h"
+#include "common/exc.h"
 
 namespace agent {
 
@@ -21,6 +22,14 @@ enum EExit : int {
 struct SSettings {
     SRepositoryOptions repository;
     EOutput output = EOutput::text;
+    /// How often -v was given.
+    int verbose = 0;
+};
+
+/// What the user gave is not enough, or makes no sense: the program ends with exitWrongUse.
+class CWrongUseExc : public exc::CRuntimeExc {
+public:
+    using CRuntimeExc::CRuntimeExc;
 };
 
 /// One command of the program: its part of the command line, and what it does.
@@ -31,6 +40,8 @@ public:
     virtual CLI::App* Register(CLI::App& app) = 0;
     /// Returns the exit code; what it throws is printed as the failure.
     virtual int Run(const SSettings& settings) = 0;
+    /// Whether the user must say where the repository is.
+    [[nodiscard]] virtual bool NeedsRepository() const { return true; }
 };
 
 /// The argument that names a checkpoint: an id, or "latest".
@@ -41,5 +52,7 @@ void AddCheckpointArgument(CLI::App& command, std::string& checkpoint);
 [[nodiscard]] std::unique_ptr<ICommand> MakeCheckpointsCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeLsCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeRestoreCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeSpecCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeCheckClientCommand();
 
 }  // namespace agent

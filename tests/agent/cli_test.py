@@ -76,7 +76,7 @@ class Cli(AgentCase):
 
     def test_help_names_every_command(self):
         out, _ = self.run_agent("--help")
-        for command in ("init", "backup", "checkpoints", "ls", "restore"):
+        for command in ("init", "backup", "checkpoints", "ls", "restore", "spec", "check-client"):
             self.assertIn(f"\n  {command} ", out)
             self.run_agent(command, "--help")
 
