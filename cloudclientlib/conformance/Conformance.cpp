@@ -19,10 +19,13 @@ checks_t MakeChecks() {
     AddListingChecks(checks);
     AddPathChecks(checks);
     AddNameChecks(checks);
+    AddNameLimitChecks(checks);
     AddUploadStreamChecks(checks);
     AddDownloadStreamChecks(checks);
     AddTaskChecks(checks);
     AddConcurrencyChecks(checks);
+    AddPartChecks(checks);
+    AddScaleChecks(checks);
     AddQuotaChecks(checks);
     AddArchiveChecks(checks);
     return checks;

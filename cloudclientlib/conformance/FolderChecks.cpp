@@ -1,35 +1,9 @@
-#include <mutex>
-
 #include "cloudclientlib/conformance/Checks.h"
 #include "cloudclientlib/conformance/Tools.h"
 
 namespace cloudclientlib::conformance {
 
 namespace {
-
-/// Keeps what a deletion tells, and sees that it makes sense.
-class CRecordedProgress : public progress::progress_base_t {
-public:
-    void SetProgress(std::uint64_t done, std::uint64_t total) override {
-        const std::lock_guard lock(mutex_);
-        isSound_ = isSound_ && done <= total && done >= done_ && total >= total_;
-        done_ = done;
-        total_ = total;
-    }
-
-    void ExpectAll(std::uint64_t count) const {
-        const std::lock_guard lock(mutex_);
-        Expect(isSound_, "the progress of a deletion never goes back, nor past its total");
-        ExpectEqual(done_, count, "the objects deleted, by the last progress");
-        ExpectEqual(total_, count, "the objects in all, by the last progress");
-    }
-
-private:
-    mutable std::mutex mutex_;
-    bool isSound_ = true;  // guarded by mutex_, as the rest
-    std::uint64_t done_ = 0;
-    std::uint64_t total_ = 0;
-};
 
 void Create(CContext& context, const std::string& path) { context.Client().CreateFolderAsync(path)->Wait(); }
 void Delete(CContext& context, const std::string& path) { context.Client().DeleteFolderAsync(path, nullptr)->Wait(); }

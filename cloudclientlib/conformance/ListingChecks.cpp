@@ -88,9 +88,11 @@ void ListMany(CContext& context, std::size_t count) {
         names.push_back("object " + std::to_string(i));
     }
     const auto path = [&](std::size_t i) { return "folder/" + names[i]; };
-    task::RunWindow(
-        count, client.GetConcurrentTaskLimit(),
-        [&](std::size_t i) { return client.UploadFileAsync(path(i), Share({})); }, [](std::size_t) {});
+    std::vector<std::string> paths;
+    for (std::size_t i = 0; i < count; ++i) {
+        paths.push_back(path(i));
+    }
+    UploadAll(client, paths, [](std::size_t) { return bytes_t(); });
     Upload(client, "folder/sub/object", {});
     names.push_back("sub/");
     ExpectList(client, "folder", names);

@@ -38,10 +38,40 @@ void SpecialCharactersAreKept(CContext& context) {
 }
 
 void EscapesAreNotDecoded(CContext& context) {
-    KeepNames(context, {"a b", "a+b", "a%20b", "a%2Bb", "a%2520b", "a%", "%", "%zz", "%2F", "a%2Fb", "%2e%2e", "%00",
-                        "&amp;", "&#0;", "a&lt;b",
+    KeepNames(context, {"a b",
+                        "a+b",
+                        "a%20b",
+                        "a%2Bb",
+                        "a%2520b",
+                        "a%",
+                        "%",
+                        "%zz",
+                        "%2F",
+                        "a%2Fb",
+                        "a%2fb",
+                        "%2e%2e",
+                        "%00",
+                        "A",
+                        "%41",
+                        "%2541",
+                        "a%20",
+                        "%20",
+                        "+",
+                        "%2B",
+                        "%c3%a9",
+                        "%C3%A9",
+                        "\xC3\xA9",
+                        "&amp;",
+                        "&#0;",
+                        "a&lt;b",
                         "a\xC2\xA0"
                         "b"});
+}
+
+/// What would mean something in an address, a header or a document.
+void SyntaxInNamesIsKept(CContext& context) {
+    KeepNames(context, {"?", "#", "&", "=", "\"", "'", "?uploads", "a?versionId=1", "a?partNumber=1&uploadId=2", "a\"b",
+                        "\"quoted\"", "<Key>", "]]>", "a&quot;b"});
 }
 
 void DotsInNamesAreKept(CContext& context) {
@@ -57,7 +87,13 @@ void UnicodeIsKept(CContext& context) {
                            "\xD7\xA9\xD7\x9C",          // right to left
                            "\xF0\x9F\x93\xA6",          // beyond the basic plane
                            "a\xE2\x80\x8B"
-                           "b",         // zero width
+                           "b",                                     // zero width
+                           "\xED\x95\x9C",                          // a Hangul syllable
+                           "\xE1\x84\x92\xE1\x85\xA1\xE1\x86\xAB",  // the same, letter by letter
+                           "\xC3\x85",                              // A with ring
+                           "\xE2\x84\xAB",                          // the sign of the unit of that look
+                           "\xEF\xAC\x81",                          // a ligature
+                           "fi",
                            "\xC3\x9F",  // sharp s
                            "ss",
                        });
@@ -127,6 +163,7 @@ void AddNameChecks(checks_t& checks) {
     checks.insert(checks.end(), {
                                     {"SpecialCharactersAreKept", SpecialCharactersAreKept},
                                     {"EscapesAreNotDecoded", EscapesAreNotDecoded},
+                                    {"SyntaxInNamesIsKept", SyntaxInNamesIsKept},
                                     {"DotsInNamesAreKept", DotsInNamesAreKept},
                                     {"UnicodeIsKept", UnicodeIsKept},
                                     {"LongNamesAreKept", LongNamesAreKept},

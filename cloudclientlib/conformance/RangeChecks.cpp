@@ -45,6 +45,8 @@ void RangeBeyondEndIsCut(CContext& context) {
     ExpectRange(context, bytes, 0, 1001);
     ExpectRange(context, bytes, 999, 2);
     ExpectRange(context, bytes, 500, 5000);
+    ExpectRange(context, bytes, 0, 1UL << 40U);
+    ExpectRange(context, bytes, 999, 1UL << 40U);
     ExpectRange(context, bytes, 1, most);
     ExpectRange(context, bytes, 999, most);
 }
@@ -55,6 +57,7 @@ void RangeAtEndIsEmpty(CContext& context) {
     ExpectRange(context, bytes, 1000, most);
     ExpectRange(context, bytes, 1001, 10);
     ExpectRange(context, bytes, 1UL << 40U, 10);
+    ExpectRange(context, bytes, 1UL << 40U, 1UL << 40U);
     ExpectRange(context, bytes, most, most);
     ExpectRange(context, bytes, most, 1);
     ExpectRange(context, bytes, most - 5, 10);

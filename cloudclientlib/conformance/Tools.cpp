@@ -79,6 +79,13 @@ void StreamUp(ICloudClient& client, const std::string& path, const bytes_t& byte
     stream->Finish();
 }
 
+void UploadAll(ICloudClient& client, const std::vector<std::string>& paths,
+               const std::function<bytes_t(std::size_t)>& bytesOf) {
+    task::RunWindow(
+        paths.size(), client.GetConcurrentTaskLimit(),
+        [&](std::size_t i) { return client.UploadFileAsync(paths[i], Share(bytesOf(i))); }, [](std::size_t) {});
+}
+
 bytes_t ReadAll(IDownloadStream& stream, std::size_t piece) {
     bytes_t bytes;
     bytes_t buffer(piece);
@@ -153,6 +160,20 @@ void ExpectNotFound(std::string_view operation, const action_t& action) {
         throw CConformanceFailure(what + ": expected CObjectNotFoundExc, got another failure: " + failure.what());
     }
     throw CConformanceFailure(what + ": expected CObjectNotFoundExc, but it succeeded");
+}
+
+void CRecordedProgress::SetProgress(std::uint64_t done, std::uint64_t total) {
+    const std::lock_guard lock(mutex_);
+    isSound_ = isSound_ && done <= total && done >= done_ && total >= total_;
+    done_ = done;
+    total_ = total;
+}
+
+void CRecordedProgress::ExpectAll(std::uint64_t count) const {
+    const std::lock_guard lock(mutex_);
+    Expect(isSound_, "the progress of a deletion never goes back, nor past its total");
+    ExpectEqual(done_, count, "the objects deleted, by the last progress");
+    ExpectEqual(total_, count, "the objects in all, by the last progress");
 }
 
 void RunTogether(const std::vector<action_t>& actions) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "cloudclientlib/ICloudClient.h"
 #include "cloudclientlib/conformance/Conformance.h"
 #include "common/format.h"
+#include "common/progress.h"
 
 /// What the checks are written with.
 namespace cloudclientlib::conformance {
@@ -39,6 +41,9 @@ void Upload(ICloudClient& client, const std::string& path, const bytes_t& bytes)
                                     unsigned long size);
 void StreamUp(ICloudClient& client, const std::string& path, const bytes_t& bytes, std::size_t piece);
 [[nodiscard]] bytes_t StreamDown(ICloudClient& client, const std::string& path, std::size_t piece);
+/// The numbered objects, with as many tasks in flight as the client allows; `bytesOf` makes their content.
+void UploadAll(ICloudClient& client, const std::vector<std::string>& paths,
+               const std::function<bytes_t(std::size_t)>& bytesOf);
 /// The rest of a stream.
 [[nodiscard]] bytes_t ReadAll(IDownloadStream& stream, std::size_t piece);
 
@@ -57,6 +62,19 @@ void ExpectList(ICloudClient& client, const std::string& folder, std::vector<std
 void ExpectFailure(EFailure kind, const std::string& what, const action_t& action);
 /// The action must fail with CObjectNotFoundExc, as that operation.
 void ExpectNotFound(std::string_view operation, const action_t& action);
+
+/// Keeps what a deletion tells, and sees that it makes sense. Safe from any thread.
+class CRecordedProgress : public progress::progress_base_t {
+public:
+    void SetProgress(std::uint64_t done, std::uint64_t total) override;
+    void ExpectAll(std::uint64_t count) const;
+
+private:
+    mutable std::mutex mutex_;
+    bool isSound_ = true;  // guarded by mutex_, as the rest
+    std::uint64_t done_ = 0;
+    std::uint64_t total_ = 0;
+};
 
 /// Runs the actions at once, each in a thread; when all have ended throws the first failure.
 void RunTogether(const std::vector<action_t>& actions);

@@ -134,6 +134,7 @@ void Put(ICloudClient& client, const std::string& path, const bytes_t& bytes);
 // By subject.
 [[nodiscard]] std::vector<SBroken> BrokenInFolders();
 [[nodiscard]] std::vector<SBroken> BrokenInNames();
+[[nodiscard]] std::vector<SBroken> BrokenInSize();
 [[nodiscard]] std::vector<SBroken> BrokenInObjects();
 [[nodiscard]] std::vector<SBroken> BrokenInReading();
 [[nodiscard]] std::vector<SBroken> BrokenInStreams();

@@ -15,8 +15,8 @@ namespace {
 
 std::vector<SBroken> AllBroken() {
     std::vector<SBroken> all;
-    for (const auto& make : {BrokenInFolders, BrokenInNames, BrokenInObjects, BrokenInReading, BrokenInStreams,
-                             BrokenInTasks, BrokenUnderConcurrency}) {
+    for (const auto& make : {BrokenInFolders, BrokenInNames, BrokenInObjects, BrokenInReading, BrokenInSize,
+                             BrokenInStreams, BrokenInTasks, BrokenUnderConcurrency}) {
         for (auto& broken : make()) {
             all.push_back(std::move(broken));
         }

@@ -152,6 +152,26 @@ SHooks StreamGoesOnWithAnotherVersion() {
     return hooks;
 }
 
+/// Its second page begins at a place by number, and what is deleted moves that.
+SHooks ListingSkipsEntriesWhileOthersGo() {
+    const auto stage = std::make_shared<SStage>();
+    SHooks hooks;
+    hooks.deleteFile = [stage](ICloudClient& client, text_t path) {
+        client.DeleteFileAsync(path)->Wait();
+        stage->window.Open([] {});
+    };
+    hooks.list = [stage](ICloudClient& client, text_t path) {
+        return stage->window.Look([&] {
+            auto entries = client.QueryFolder(path);
+            if (stage->window.IsOpen()) {
+                entries.pop_back();  // one that stays: it comes last in the order of names
+            }
+            return entries;
+        });
+    };
+    return hooks;
+}
+
 SHooks ListingLosesEntriesWhileOthersCome() {
     const auto stage = std::make_shared<SStage>();
     SHooks hooks;
@@ -219,6 +239,7 @@ std::vector<SBroken> BrokenUnderConcurrency() {
         {"StreamsInHalves", StreamsInHalves, {"StreamedUploadIsSeenWhole"}},
         {"StreamGoesOnWithAnotherVersion", StreamGoesOnWithAnotherVersion, {"StreamSeesOneVersion"}},
         {"ListingLosesEntriesWhileOthersCome", ListingLosesEntriesWhileOthersCome, {"ListingWhileOthersWrite"}},
+        {"ListingSkipsEntriesWhileOthersGo", ListingSkipsEntriesWhileOthersGo, {"ListingWhileOthersAreDeleted"}},
         {"ThreadsShareABuffer", ThreadsShareABuffer, {"ThreadsDoNotDisturbEachOther"}},
         {"EachClientCaches", EachClientCaches, {"WritersOfTwoClients"}},
     };

@@ -62,6 +62,50 @@ SHooks EscapesAreDecoded() {
     return WithMap([](text_t path) { return Replaced(Replaced(path, "%20", " "), "%2B", "+"); });
 }
 
+SHooks EncodedLettersAreDecoded() {
+    return WithMap([](text_t path) { return Replaced(path, "%41", "A"); });
+}
+
+SHooks EncodedSlashesAreDecoded() {
+    return WithMap([](text_t path) { return Replaced(path, "%2F", "/"); });
+}
+
+/// As if a name went into an address as it is.
+SHooks QueriesAreCutOff() {
+    return WithMap([](text_t path) {
+        const auto query = path.find("?");
+        return query == std::string::npos || query == 0 ? path : path.substr(0, query);
+    });
+}
+
+SHooks QuotesAreDropped() {
+    return WithMap([](text_t path) { return Replaced(path, "\"", ""); });
+}
+
+/// The names are right in requests and wrong in the addresses of streams.
+SHooks StreamsDecodeNames() {
+    SHooks hooks;
+    hooks.startUpload = [](const client_ptr& client, text_t path, unsigned long size) {
+        return client->StartUpload(Replaced(path, "+", " "), size);
+    };
+    hooks.startDownload = [](const client_ptr& client, text_t path) {
+        return client->StartDownload(Replaced(path, "+", " "));
+    };
+    return hooks;
+}
+
+SHooks LongPathsAreCut() {
+    return WithMap([](text_t path) { return path.substr(0, 1010); });
+}
+
+SHooks BlanksAreTrimmed() {
+    return WithMap([](text_t path) { return Replaced(path, " /", "/"); });
+}
+
+SHooks CompatibleFormsAreOne() {
+    return WithMap([](text_t path) { return Replaced(path, "\xE2\x84\xAB", "\xC3\x85"); });
+}
+
 SHooks NamesAreTrimmed() {
     return WithMap([](text_t path) {
         std::string real = path;
@@ -139,12 +183,24 @@ std::vector<SBroken> BrokenInNames() {
         {"FailuresNamePlainPaths", FailuresNamePlainPaths, {"FailureNamesPathAsGiven"}},
         {"PlusIsASpace", PlusIsASpace, {"SpecialCharactersAreKept", "EscapesAreNotDecoded"}},
         {"EscapesAreDecoded", EscapesAreDecoded, {"EscapesAreNotDecoded"}},
-        {"NamesAreTrimmed", NamesAreTrimmed, {"DotsInNamesAreKept", "OddNamesAreKeptOrRefused"}},
+        {"EncodedLettersAreDecoded",
+         EncodedLettersAreDecoded,
+         {"EscapesAreNotDecoded", "NamesAreKeptByEveryOperation"}},
+        {"EncodedSlashesAreDecoded", EncodedSlashesAreDecoded, {"EncodedSlashIsNoSeparator"}},
+        {"QueriesAreCutOff", QueriesAreCutOff, {"SyntaxInNamesIsKept", "NamesAreKeptByEveryOperation"}},
+        {"QuotesAreDropped", QuotesAreDropped, {"SyntaxInNamesIsKept"}},
+        {"StreamsDecodeNames", StreamsDecodeNames, {"NamesAreKeptByEveryOperation"}},
+        {"LongPathsAreCut", LongPathsAreCut, {"LongestPathsAreKeptOrRefused"}},
+        {"BlanksAreTrimmed", BlanksAreTrimmed, {"TrailingBlanksAreKeptOrRefused"}},
+        {"CompatibleFormsAreOne", CompatibleFormsAreOne, {"UnicodeIsKept"}},
+        {"NamesAreTrimmed",
+         NamesAreTrimmed,
+         {"DotsInNamesAreKept", "OddNamesAreKeptOrRefused", "TrailingBlanksAreKeptOrRefused"}},
         {"HiddenNamesAreNotListed", HiddenNamesAreNotListed, {"DotsInNamesAreKept"}},
         {"UnicodeIsComposed", UnicodeIsComposed, {"UnicodeIsKept"}},
         {"LongNamesAreCut", LongNamesAreCut, {"LongNamesAreKept", "OddNamesAreKeptOrRefused"}},
         {"CaseIsFolded", CaseIsFolded, {"CaseMatters"}},
-        {"LongPathsAreRefused", LongPathsAreRefused, {"FoldersNestDeeply"}},
+        {"LongPathsAreRefused", LongPathsAreRefused, {"FoldersNestDeeply", "LongPathsAreKept"}},
         {"BackslashSeparates", BackslashSeparates, {"OddNamesAreKeptOrRefused"}},
     };
 }
