@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint64_t mostBytesAhead = 32U << 20U;
 
 std::shared_ptr<SRangeDownload> Begin(const SChunkSource& source, const SReadRange& range) {
-    const auto download = std::make_shared<SRangeDownload>();
+    auto download = std::make_shared<SRangeDownload>();
     download->range = range;
     download->bytes = std::make_shared<cnt::array_t<char>>();
     try {

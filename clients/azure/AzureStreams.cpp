@@ -102,7 +102,8 @@ void CAzureUpload::Refuse(const char* reason) {
 
 void CAzureUpload::AddBlock() {
     if (!blocks_) {
-        blocks_.reset(new SBlocks{{connection_, place_, headers_}});
+        // An aggregate, which make_unique of this standard cannot make.
+        blocks_.reset(new SBlocks{{connection_, place_, headers_}});  // NOLINT(modernize-make-unique)
     }
     blocks_->md5.Update(*block_);
     blocks_->upload.AddBlock(std::move(block_));

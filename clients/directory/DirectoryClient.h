@@ -15,7 +15,6 @@ namespace clients {
 namespace directory {
 class CStore;
 struct SOperation;
-struct SPlace;
 }  // namespace directory
 
 /// Whether a client's root folder must be there already.

@@ -177,7 +177,7 @@ SHttpFailure CHttpTransfer::Describe(CURLcode code) const {
     if (tooLarge_) {
         return {exc::Format("the answer is longer than %1 bytes", request_.maxAnswer), false};
     }
-    const std::string detail = errorText_.c_str();
+    const std::string detail = errorText_.substr(0, errorText_.find('\0'));
     return {detail.empty() ? curl_easy_strerror(code) : detail, MayPass(code)};
 }
 
