@@ -16,7 +16,7 @@ function(cloudbackup_library name type)
 endfunction()
 
 # cloudbackup_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds]): one GoogleTest program;
-# every test case in it is a CTest of its own. Label "slow" marks what a developer may leave out, "threads"
+# every test case in it is a CTest of its own, under sanitizers the program is. Label "slow" marks what a developer may leave out, "threads"
 # what the thread sanitizer runs.
 function(cloudbackup_test name)
   if(NOT CLOUDBACKUP_TESTS)
@@ -40,6 +40,11 @@ function(cloudbackup_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
   # What is tested is optimised as it ships; optimising the test files themselves would take the larger half of a build.
   target_compile_options(${name} PRIVATE -O1)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                       PROPERTIES ${properties})
+  if(CLOUDBACKUP_SANITIZE)
+    # Starting a process under a sanitizer takes longer than most tests: all of a program run in one.
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES ${properties} TIMEOUT 1200)
+  else()
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+  endif()
 endfunction()

@@ -53,20 +53,20 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
                    "(default: $XDG_STATE_HOME/cloudbackup or ~/.local/state/cloudbackup)")
         ->envname("CLOUDBACKUP_STATE_DIR")
         ->type_name("DIR");
-    app.add_option("--connections", repository.limits.connections, "How many connections to a store at once")
+    app.add_option("--connections", repository.network.connections, "How many connections to a store at once")
         ->envname("CLOUDBACKUP_CONNECTIONS")
         ->check(CLI::Range(1, 256))
         ->capture_default_str()
         ->type_name("N");
-    app.add_option("--limit-upload", repository.limits.bytesPerSecondUp, "At most so many bytes a second up: 500K, 2M")
+    app.add_option("--limit-upload", repository.network.bytesPerSecondUp, "At most so many bytes a second up: 500K, 2M")
         ->envname("CLOUDBACKUP_LIMIT_UPLOAD")
         ->transform(CLI::AsSizeValue(false))
         ->type_name("BYTES");
-    app.add_option("--limit-download", repository.limits.bytesPerSecondDown, "The same for what comes down")
+    app.add_option("--limit-download", repository.network.bytesPerSecondDown, "The same for what comes down")
         ->envname("CLOUDBACKUP_LIMIT_DOWNLOAD")
         ->transform(CLI::AsSizeValue(false))
         ->type_name("BYTES");
-    app.add_option("--ca-file", repository.limits.caFile, "Certificates to trust instead of the system's")
+    app.add_option("--ca-file", repository.network.caFile, "Certificates to trust instead of the system's")
         ->envname("CLOUDBACKUP_CA_FILE")
         ->type_name("FILE");
     app.add_flag("--json", flags.json, "Print results as JSON, one object a line");

@@ -142,7 +142,7 @@ public:
 private:
     static std::shared_ptr<ICloudClient> Open(const SSettings& settings) {
         const auto& repository = settings.repository;
-        return OpenStore(repository.location, clients::ELocation::existing, repository.limits).client;
+        return OpenStore(repository.location, clients::ELocation::existing, repository.network).client;
     }
 
     void RunChecks(const SSettings& settings, const std::string& folder, CVerdictPrinter& printer) const {

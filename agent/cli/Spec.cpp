@@ -109,7 +109,7 @@ private:
     }
 
     void Check(const SSettings& settings) const {
-        static_cast<void>(OpenStore("spec:" + file_, clients::ELocation::existing, settings.repository.limits));
+        static_cast<void>(OpenStore("spec:" + file_, clients::ELocation::existing, settings.repository.network));
         if (settings.output == EOutput::json) {
             PrintJson({{"event", "answer"}, {"file", EscapePath(file_)}});
         } else if (settings.output == EOutput::text) {

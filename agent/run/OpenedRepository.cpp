@@ -62,7 +62,7 @@ struct SOpened {
 SOpened Open(const SRepositoryOptions& options, CLocalState& state) {
     CheckSetName(options.set);
     try {
-        const SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.limits);
+        const SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.network);
         const guid::guid_t clientId = IdentityOf(store, state);
         return {backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, clientId)),
                 clientId};
@@ -103,7 +103,7 @@ guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients
 guid::guid_t CreateRepository(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
     try {
-        const SOpenedStore store = OpenStore(options.location, clients::ELocation::createMissing, options.limits);
+        const SOpenedStore store = OpenStore(options.location, clients::ELocation::createMissing, options.network);
         return backup::CCloudExternalRepository::CreateNew(store.client,
                                                            InfoFor(options, store, IdentityOf(store, state)))
             ->GetId();

@@ -14,7 +14,7 @@ namespace agent {
 struct SRepositoryOptions {
     /// As OpenStore takes it.
     std::string location;
-    clients::SNetworkOptions limits;
+    clients::SNetworkOptions network;
     /// The repository's folder among all of the place; empty for what the location says, else "cloudbackup".
     std::string repositoryName;
     std::string set = "default";

@@ -34,12 +34,12 @@ std::shared_ptr<clients::s3::ICredentials> CredentialsOf(const s3_spec_t& spec) 
         keys.accessKeyId, {keys.secretAccessKey.begin(), keys.secretAccessKey.end()}, keys.sessionToken});
 }
 
-clients::SS3ClientOptions OptionsOf(const s3_spec_t& spec, const clients::SNetworkOptions& limits) {
+clients::SS3ClientOptions OptionsOf(const s3_spec_t& spec, const clients::SNetworkOptions& network) {
     clients::SS3ClientOptions options;
     const auto& address = spec.bucketAddr;
     options.bucket = {address.apiEndpoint, address.region, address.bucketName, spec.options.useVirtualHostedStyle};
-    options.http.connections = limits.connections;
-    options.http.caFile = limits.caFile;
+    options.http.connections = network.connections;
+    options.http.caFile = network.caFile;
     if (address.proxy.IsSet()) {
         options.http.proxy = address.proxy.Get().endpoint;
         options.http.proxyUser = address.proxy.Get().userName;
@@ -51,39 +51,39 @@ clients::SS3ClientOptions OptionsOf(const s3_spec_t& spec, const clients::SNetwo
     return options;
 }
 
-SOpenedStore Open(const s3_spec_t& spec, bool make, const clients::SNetworkOptions& limits) {
+SOpenedStore Open(const s3_spec_t& spec, bool make, const clients::SNetworkOptions& network) {
     SOpenedStore store;
     const auto credentials = CredentialsOf(spec);
-    const auto options = OptionsOf(spec, limits);
-    store.client = clients::OpenOverNetwork(limits, [&] { return clients::OpenS3Bucket(options, credentials, make); });
+    const auto options = OptionsOf(spec, network);
+    store.client = clients::OpenOverNetwork(network, [&] { return clients::OpenS3Bucket(options, credentials, make); });
     if (spec.repository.IsSet()) {
         TakeRepository(spec.repository.Get(), store);
     }
     return store;
 }
 
-SOpenedStore Open(const azure_spec_t& spec, bool make, const clients::SNetworkOptions& limits) {
+SOpenedStore Open(const azure_spec_t& spec, bool make, const clients::SNetworkOptions& network) {
     SOpenedStore store;
     const auto account = clients::azure::ReadConnectionString(spec.connectionString);
     clients::SAzureClientOptions options;
     options.container = spec.containerName;
-    options.http.connections = limits.connections;
-    options.http.caFile = limits.caFile;
+    options.http.connections = network.connections;
+    options.http.caFile = network.caFile;
     store.client =
-        clients::OpenOverNetwork(limits, [&] { return clients::OpenAzureContainer(options, account, make); });
+        clients::OpenOverNetwork(network, [&] { return clients::OpenAzureContainer(options, account, make); });
     TakeRepository(spec.repository, store);
     return store;
 }
 
 }  // namespace
 
-SOpenedStore OpenStore(const std::string& location, clients::ELocation mode, const clients::SNetworkOptions& limits) {
+SOpenedStore OpenStore(const std::string& location, clients::ELocation mode, const clients::SNetworkOptions& network) {
     if (!location.starts_with(specScheme)) {
-        return {clients::OpenLocation(location, mode, limits), {}, {}};
+        return {clients::OpenLocation(location, mode, network), {}, {}};
     }
     const auto spec = ReadConnectionSpecFile(location.substr(specScheme.size()));
     const bool make = mode == clients::ELocation::createMissing;
-    return std::visit([&](const auto& kind) { return Open(kind, make, limits); }, spec);
+    return std::visit([&](const auto& kind) { return Open(kind, make, network); }, spec);
 }
 
 bool IsBlockPath(const std::string& path) { return path.find("/BlockStore/") != std::string::npos; }

@@ -21,7 +21,7 @@ struct SOpenedStore {
 /// Opens a location: those of clients::OpenLocation, and "spec:FILE", a connection specification. Throws what opening
 /// the store throws.
 [[nodiscard]] SOpenedStore OpenStore(const std::string& location, clients::ELocation mode,
-                                     const clients::SNetworkOptions& limits);
+                                     const clients::SNetworkOptions& network);
 
 /// Whether an object of a repository is a block: the bulk of the data, and read only when files are restored.
 [[nodiscard]] bool IsBlockPath(const std::string& path);

@@ -21,14 +21,14 @@ using cloudclientlib::ICloudClient;
 namespace {
 
 using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELocation mode,
-                                                   const SNetworkOptions& limits);
+                                                   const SNetworkOptions& network);
 
 [[noreturn]] void Refuse(const std::string& shown, std::string reason) {
     throw CCloudExc({EFailure::other, false, "OpenLocation", shown, std::move(reason)});
 }
 
 std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode,
-                                            const SNetworkOptions& /*limits*/) {
+                                            const SNetworkOptions& /*network*/) {
     if (rest.empty()) {
         Refuse("dir:", "the folder's path is missing");
     }
@@ -36,18 +36,22 @@ std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation m
         rest, mode == ELocation::createMissing ? ERoot::createMissing : ERoot::existing);
 }
 
-std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, const SNetworkOptions& limits) {
+std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     SS3Location location = ReadS3Location(rest, &ProcessEnvironment);
-    location.options.http.connections = limits.connections;
-    return OpenOverNetwork(
-        limits, [&] { return OpenS3Bucket(location.options, location.credentials, mode == ELocation::createMissing); });
+    location.options.http.connections = network.connections;
+    if (!network.caFile.empty()) {
+        location.options.http.caFile = network.caFile;
+    }
+    return OpenOverNetwork(network, [&] {
+        return OpenS3Bucket(location.options, location.credentials, mode == ELocation::createMissing);
+    });
 }
 
-std::shared_ptr<ICloudClient> OpenAzure(const std::string& rest, ELocation mode, const SNetworkOptions& limits) {
+std::shared_ptr<ICloudClient> OpenAzure(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     SAzureLocation location = ReadAzureLocation(rest, &ProcessEnvironment);
-    location.options.http.connections = limits.connections;
-    location.options.http.caFile = limits.caFile;
-    return OpenOverNetwork(limits, [&] {
+    location.options.http.connections = network.connections;
+    location.options.http.caFile = network.caFile;
+    return OpenOverNetwork(network, [&] {
         return OpenAzureContainer(location.options, location.account, mode == ELocation::createMissing);
     });
 }
@@ -85,20 +89,21 @@ std::string KnownSchemes() {
 
 }  // namespace
 
-std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode, const SNetworkOptions& limits) {
+std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode,
+                                           const SNetworkOptions& network) {
     if (location.empty()) {
         Refuse(location, "the location is empty");
     }
     const auto scheme = SchemeOf(location);
     if (scheme.empty()) {
-        return OpenDirectory(location, mode, limits);
+        return OpenDirectory(location, mode, network);
     }
     const auto opener = Openers().find(scheme);
     if (opener == Openers().end()) {
         Refuse(scheme + ":", "unknown kind of location; known are " + KnownSchemes() +
                                  " and plain paths (a path with a colon is written 'dir:PATH')");
     }
-    return opener->second(location.substr(scheme.size() + 1), mode, limits);
+    return opener->second(location.substr(scheme.size() + 1), mode, network);
 }
 
 }  // namespace clients

@@ -43,6 +43,6 @@ struct SNetworkOptions {
 /// for, else what the client's constructor throws. Of a refused location only the scheme is told, since the rest may
 /// hold a secret.
 [[nodiscard]] std::shared_ptr<cloudclientlib::ICloudClient> OpenLocation(const std::string& location, ELocation mode,
-                                                                         const SNetworkOptions& limits = {});
+                                                                         const SNetworkOptions& network = {});
 
 }  // namespace clients

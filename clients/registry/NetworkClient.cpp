@@ -8,12 +8,12 @@
 namespace clients {
 
 std::shared_ptr<cloudclientlib::ICloudClient> OpenOverNetwork(
-    const SNetworkOptions& limits, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open) {
+    const SNetworkOptions& network, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open) {
     std::shared_ptr<cloudclientlib::ICloudClient> client;
     cloudclientlib::CRetryClient::Retry({}, [&] { client = open(); });
-    if (limits.bytesPerSecondUp != 0 || limits.bytesPerSecondDown != 0) {
+    if (network.bytesPerSecondUp != 0 || network.bytesPerSecondDown != 0) {
         client = std::make_shared<cloudclientlib::CLimitClient>(
-            client, cloudclientlib::SLimits{0, limits.bytesPerSecondUp, limits.bytesPerSecondDown});
+            client, cloudclientlib::SLimits{0, network.bytesPerSecondUp, network.bytesPerSecondDown});
     }
     if (logging::Library().IsEnabled(logging::level_t::dbg)) {
         client = std::make_shared<cloudclientlib::CTraceClient>(client);

@@ -10,6 +10,6 @@ namespace clients {
 /// A client as every store behind a network is used: within the limits, traced when the log is at dbg level, and tried
 /// again on failures that may pass. `open` is tried again too.
 [[nodiscard]] std::shared_ptr<cloudclientlib::ICloudClient> OpenOverNetwork(
-    const SNetworkOptions& limits, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open);
+    const SNetworkOptions& network, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open);
 
 }  // namespace clients

@@ -77,7 +77,8 @@ SHooks LargeCopiesOntoThemselvesVanish() {
     return hooks;
 }
 
-/// The parts of an object's uploads are kept by their numbers, whosever they are.
+/// The parts of an object's uploads are kept by their numbers, whosever they are: those of even numbers as they came
+/// first, the others as they came last, so that no upload keeps all of its own, whichever ends last.
 SHooks UploadsShareTheirParts() {
     using parts_t = std::map<std::size_t, bytes_t>;
     SHooks hooks;
@@ -87,7 +88,14 @@ SHooks UploadsShareTheirParts() {
         const auto number = std::make_shared<std::size_t>(0);
         const auto write = [=](std::span<const char> data) {
             const std::lock_guard lock(*mutex);
-            (*uploads)[path][(*number)++] = bytes_t(data.begin(), data.end());
+            parts_t& parts = (*uploads)[path];
+            bytes_t bytes(data.begin(), data.end());
+            if (*number % 2 == 0) {
+                parts.emplace(*number, std::move(bytes));
+            } else {
+                parts[*number] = std::move(bytes);
+            }
+            ++*number;
         };
         const auto finish = [=] {
             const std::lock_guard lock(*mutex);
