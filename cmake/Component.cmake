@@ -16,8 +16,8 @@ function(cloudbackup_library name type)
 endfunction()
 
 # cloudbackup_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds]): one GoogleTest program;
-# every test case in it is a CTest of its own, under sanitizers the program is. Label "slow" marks what a developer may leave out, "threads"
-# what the thread sanitizer runs.
+# every test case in it is a CTest of its own, under sanitizers the program is. Label "slow" marks what a developer may
+# leave out, "threads" what the thread sanitizer runs.
 function(cloudbackup_test name)
   if(NOT CLOUDBACKUP_TESTS)
     return()

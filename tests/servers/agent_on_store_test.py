@@ -24,6 +24,7 @@ class AgentOnStore(StoreCase):
         self.assertGreater(self.backup(), 0)
         first = describe(self.source)
         self.assertEqual(self.backup(), 0)
+        (self.source / "more").mkdir()
         fill(self.source / "more", seed=2, files=50)
         (self.source / "large").write_bytes(os.urandom(5 << 20))
         self.backup()
