@@ -49,7 +49,7 @@ class Rclone:
     def __init__(self, store, transfers):
         self.store = store
         self.options = ["--transfers", transfers, "--checkers", transfers, "--s3-no-check-bucket=false", "--no-traverse",
-                        "--ignore-checksum", "--retries", 1, "-q"]
+                        "--retries", 1, "-q"]
 
     def environment(self):
         return {"RCLONE_CONFIG": "/dev/null", "RCLONE_CONFIG_X_TYPE": "s3", "RCLONE_CONFIG_X_PROVIDER": "Ceph",
@@ -211,7 +211,7 @@ def main():
     scale = 10 if options.small else 1
     os.environ.pop("AWS_CA_BUNDLE", None)  # rclone 1.60 refuses to start with one
     place = pathlib.Path(tempfile.mkdtemp(prefix="compare-stores-"))
-    store = Ceph()
+    store = Ceph(disk=(8 if options.small else 40) << 30)
     try:
         print("| what | with | time | processor | peak |\n|---|---|---|---|---|", flush=True)
         if options.delay is not None:

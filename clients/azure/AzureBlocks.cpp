@@ -39,7 +39,8 @@ CBlockUpload::~CBlockUpload() {
 }
 
 void CBlockUpload::AddBlock(http::buffer_ptr data) {
-    while (onTheirWay_.size() >= window) {
+    // No more than there are connections for, whatever the number of uploads: each block holds its bytes.
+    while (onTheirWay_.size() >= window || (!onTheirWay_.empty() && connection_->IsBusy())) {
         WaitForOne();
     }
     ids_.push_back(BlockId(uploadId_, ids_.size()));

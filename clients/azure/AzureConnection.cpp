@@ -91,7 +91,8 @@ http::SHttpRequest CAzureConnection::Sign(const SRequest& request) const {
     parts.path = PathOf(request.blob);
     parts.query = request.query;
     parts.headers = request.headers;
-    parts.headers.emplace_back("x-ms-date", http::HttpDate(clock_()));
+    const auto now = clock_();
+    parts.headers.emplace_back("x-ms-date", http::HttpDate(now));
     parts.headers.emplace_back("x-ms-version", protocolVersion);
     parts.contentLength = request.body ? request.body->size() : 0;
 
@@ -102,6 +103,7 @@ http::SHttpRequest CAzureConnection::Sign(const SRequest& request) const {
     Authorize(parts, signedRequest.headers);
     signedRequest.body = request.body;
     signedRequest.target = request.target;
+    signedRequest.signedAt = now;
     if (request.target) {
         signedRequest.maxAnswer = ~std::uint64_t{0};  // an object is as long as it is
     }

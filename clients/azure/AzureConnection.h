@@ -45,6 +45,8 @@ public:
     /// An object's address as the source of a copy; a secret when the account is opened by a signature.
     [[nodiscard]] std::string SourceUrl(const std::string& blob) const;
 
+    [[nodiscard]] bool IsBusy() const { return engine_.IsBusy(); }
+
 private:
     [[nodiscard]] http::SHttpRequest Sign(const SRequest& request) const;
     [[nodiscard]] std::string PathOf(const std::string& blob) const;

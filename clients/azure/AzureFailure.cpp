@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "clients/azure/AzureDocuments.h"
+#include "clients/http/ClockError.h"
 #include "cloudclientlib/CloudExc.h"
 #include "common/format.h"
 
@@ -105,6 +106,13 @@ SMeaning MeaningOf(long status, const std::string& code) {
     return found == meanings.end() ? ByStatus(status) : *found;
 }
 
+/// The service says no more than that it could not authenticate; it takes requests that are up to 15 minutes off.
+std::string AdviceOf(const SMeaning& meaning, const http::SHttpAnswer& answer) {
+    const bool mayBeClock = meaning.code == "AuthenticationFailed";
+    const std::string error = mayBeClock ? http::ClockError(answer, std::chrono::minutes(15)) : std::string();
+    return error.empty() ? std::string(meaning.advice) : error + ": set it";
+}
+
 /// Of a failed request: what stands in the body, or, where there is none, in the headers.
 SBatchAnswer Summary(const http::SHttpAnswer& answer) {
     SServiceError error = ReadError(answer.body).value_or(SServiceError{});
@@ -141,8 +149,8 @@ void ThrowFailure(const std::string& operation, const std::string& path, const h
     if (meaning.kind == EFailure::notFound) {
         throw cloudclientlib::CObjectNotFoundExc(operation, path);
     }
-    throw CCloudExc({meaning.kind, meaning.retryable, operation, path, Describe(answer, meaning.advice),
-                     result.answer.RetryAfter()});
+    throw CCloudExc({meaning.kind, meaning.retryable, operation, path,
+                     Describe(answer, AdviceOf(meaning, result.answer)), result.answer.RetryAfter()});
 }
 
 void ThrowBatchFailure(const std::string& operation, const std::string& path, const SBatchAnswer& answer,

@@ -4,6 +4,7 @@
 
 #include "clients/azure/AzureConnection.h"
 #include "clients/azure/AzureObjects.h"
+#include "clients/http/HttpDate.h"
 #include "cloudclientlib/CloudExc.h"
 
 namespace clients::azure {
@@ -90,6 +91,17 @@ TEST(AzureFailure, SaysAllThatIsKnown) {
     EXPECT_EQ(std::string(FailureOf(head).what()),
               "UploadFile 'a/b': HTTP 403 AuthenticationFailed (check the account key or the shared access signature, "
               "and this machine's clock) [request id-1]");
+}
+
+TEST(AzureFailure, AWrongClockIsToldWithItsError) {
+    http::SHttpResult answer = Answer(403, "AuthenticationFailed", "No.");
+    answer.answer.headers["date"] = "Sun, 06 Nov 1994 08:49:00 GMT";
+    answer.answer.signedAt = http::ParseHttpDate("Sun, 06 Nov 1994 08:00:00 GMT");
+    EXPECT_EQ(std::string(FailureOf(answer).what()),
+              "UploadFile 'a/b': HTTP 403 AuthenticationFailed: No. (this machine's clock is 49 min behind the "
+              "service's: set it) [request id-1]");
+    answer.answer.signedAt = http::ParseHttpDate("Sun, 06 Nov 1994 08:49:10 GMT");
+    EXPECT_NE(std::string(FailureOf(answer).what()).find("check the account key"), std::string::npos);
 }
 
 TEST(AzureFailure, AMissingObjectHasItsOwnClass) {

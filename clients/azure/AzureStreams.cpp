@@ -119,6 +119,9 @@ void CAzureUpload::Write(std::span<const char> data) {
     }
     while (!data.empty()) {
         const std::size_t count = std::min<std::uint64_t>(data.size(), blockSize_ - block_->size());
+        if (block_->empty()) {
+            block_->reserve(std::min(blockSize_, size_ - taken_));
+        }
         block_->insert(block_->end(), data.begin(), data.begin() + static_cast<std::ptrdiff_t>(count));
         data = data.subspan(count);
         taken_ += count;

@@ -1,5 +1,6 @@
 #include "clients/http/HttpEngine.h"
 
+#include <atomic>
 #include <deque>
 #include <future>
 #include <mutex>
@@ -73,10 +74,12 @@ public:
         {
             const std::lock_guard lock(mutex_);
             waiting_.push_back({std::move(request), std::move(done)});
+            ++unfinished_;
         }
         curl_multi_wakeup(multi_.get());
     }
     [[nodiscard]] std::size_t GetConnections() const { return options_.connections; }
+    [[nodiscard]] bool IsBusy() const { return unfinished_ >= options_.connections; }
 
 private:
     struct SWaiting {
@@ -136,6 +139,7 @@ private:
             SActive& active = found.mapped();
             SHttpResult result = active.transfer->TakeResult(code);
             idle_.push_back(std::move(active.transfer));
+            --unfinished_;
             active.done(std::move(result));
             any = true;
         }
@@ -161,6 +165,8 @@ private:
     std::map<CURL*, SActive> transfers_;                // the thread's own
     std::vector<std::unique_ptr<CHttpTransfer>> idle_;  // the thread's own
 
+    std::atomic<std::size_t> unfinished_ = 0;
+
     std::mutex mutex_;
     std::deque<SWaiting> waiting_;  // guarded by mutex_
     bool stopping_ = false;         // guarded by mutex_
@@ -180,5 +186,7 @@ SHttpResult CHttpEngine::Run(SHttpRequest request) {
 }
 
 std::size_t CHttpEngine::GetConnections() const { return loop_->GetConnections(); }
+
+bool CHttpEngine::IsBusy() const { return loop_->IsBusy(); }
 
 }  // namespace clients::http

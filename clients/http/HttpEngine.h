@@ -27,6 +27,8 @@ struct SHttpRequest {
     buffer_ptr target = {};
     /// More bytes than this are no answer to this request: it fails.
     std::uint64_t maxAnswer = 64U << 20U;
+    /// When it was signed, by the clock of who did; told again with the answer.
+    std::chrono::system_clock::time_point signedAt = {};
 };
 
 /// What came back. Names of headers are in lower case; of headers that come twice the last counts.
@@ -35,6 +37,11 @@ struct SHttpAnswer {
     std::map<std::string, std::string> headers = {};
     /// Of a failed request at most 64 KiB are kept.
     std::string body = {};
+    /// The clock's epoch when the request was not signed.
+    std::chrono::system_clock::time_point signedAt = {};
+    /// Set by who signed the request: what it was signed with is refused, and another attempt will be signed with other
+    /// credentials.
+    bool otherCredentials = false;
 
     [[nodiscard]] bool IsSuccess() const { return status >= 200 && status < 300; }
     /// Empty when there is none.
@@ -70,7 +77,7 @@ struct SHttpOptions {
     /// A secret.
     std::string proxyPassword = {};
     std::chrono::milliseconds connectTimeout = std::chrono::seconds(15);
-    /// A transfer that moves no byte for so long is given up.
+    /// A transfer that moves next to nothing (less than 100 bytes a second) for so long is given up.
     std::chrono::seconds stallTimeout = std::chrono::seconds(60);
 };
 
@@ -92,6 +99,8 @@ public:
     /// Waits for the result. Not from the engine's own thread.
     [[nodiscard]] SHttpResult Run(SHttpRequest request);
     [[nodiscard]] std::size_t GetConnections() const;
+    /// Every connection has a request: a further one would wait, and hold its body meanwhile.
+    [[nodiscard]] bool IsBusy() const;
 
 private:
     class CLoop;

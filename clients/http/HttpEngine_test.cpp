@@ -130,6 +130,15 @@ TEST(HttpEngine, FailuresOfTheNetworkMayBeTriedAgain) {
     }
 }
 
+TEST(HttpEngine, AnswersBearTheTimeOfTheSignature) {
+    CFakeServer server(&Echo);
+    CHttpEngine engine({});
+    SHttpRequest request = Get(server.GetEndpoint() + "/");
+    request.signedAt = std::chrono::system_clock::time_point(std::chrono::hours(1));
+    EXPECT_EQ(engine.Run(request).answer.signedAt, request.signedAt);
+    EXPECT_EQ(engine.Run(Get(server.GetEndpoint() + "/")).answer.signedAt, std::chrono::system_clock::time_point());
+}
+
 TEST(HttpEngine, AnswersLongerThanAskedForAreRefused) {
     CFakeServer server([](const SFakeRequest&) -> SFakeAnswer { return {200, {}, std::string(1001, 'x')}; });
     CHttpEngine engine({});

@@ -13,6 +13,10 @@ namespace {
 constexpr std::size_t keptErrorBody = 64U << 10U;
 constexpr std::size_t mostHeaders = 200;
 constexpr long bufferSize = 256L << 10U;
+/// In bytes a second: a connection on which less moves is as good as dead, and a new one may not be.
+constexpr long stalledSpeed = 100;
+/// No more is set aside for a body on the word of a header alone.
+constexpr std::uint64_t mostReserved = 64U << 20U;
 
 /// Failures of the network, which may pass; others are the request's or the setting's.
 bool MayPass(CURLcode code) {
@@ -74,7 +78,7 @@ void CHttpTransfer::SetConnection(const SHttpOptions& options) {
     curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, bufferSize);
     curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, bufferSize);
     curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options.connectTimeout.count()));
-    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, stalledSpeed);
     curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, static_cast<long>(options.stallTimeout.count()));
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
     if (!options.caFile.empty()) {
@@ -151,11 +155,22 @@ std::size_t CHttpTransfer::TakeBody(const char* data, std::size_t size) {
         return 0;  // ends the transfer
     }
     if (request_.target) {
+        if (have == 0) {
+            ReserveAnnounced();
+        }
         request_.target->insert(request_.target->end(), data, data + size);
     } else {
         answer_.body.append(data, size);
     }
     return size;
+}
+
+/// Growing by doubling would touch, and copy, most of the body twice.
+void CHttpTransfer::ReserveAnnounced() {
+    curl_off_t announced = 0;
+    if (curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) == CURLE_OK && announced > 0) {
+        request_.target->reserve(std::min({static_cast<std::uint64_t>(announced), request_.maxAnswer, mostReserved}));
+    }
 }
 
 void CHttpTransfer::TakeHeader(std::string line) {
@@ -187,6 +202,7 @@ SHttpResult CHttpTransfer::TakeResult(CURLcode code) {
     if (code != CURLE_OK) {
         result.failure = std::make_shared<const SHttpFailure>(Describe(code));
     }
+    answer_.signedAt = request_.signedAt;
     result.answer = std::move(answer_);
     request_ = {};
     return result;

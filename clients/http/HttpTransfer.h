@@ -33,6 +33,7 @@ private:
     void SetHeaders();
     void SetBody();
     std::size_t TakeBody(const char* data, std::size_t size);
+    void ReserveAnnounced();
     void TakeHeader(std::string line);
     [[nodiscard]] SHttpFailure Describe(CURLcode code) const;
 

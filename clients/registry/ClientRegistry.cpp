@@ -38,10 +38,7 @@ std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation m
 
 std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     SS3Location location = ReadS3Location(rest, &ProcessEnvironment);
-    location.options.http.connections = network.connections;
-    if (!network.caFile.empty()) {
-        location.options.http.caFile = network.caFile;
-    }
+    ApplyNetwork(network, location.options.http);
     return OpenOverNetwork(network, [&] {
         return OpenS3Bucket(location.options, location.credentials, mode == ELocation::createMissing);
     });
@@ -49,8 +46,7 @@ std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, co
 
 std::shared_ptr<ICloudClient> OpenAzure(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     SAzureLocation location = ReadAzureLocation(rest, &ProcessEnvironment);
-    location.options.http.connections = network.connections;
-    location.options.http.caFile = network.caFile;
+    ApplyNetwork(network, location.options.http);
     return OpenOverNetwork(network, [&] {
         return OpenAzureContainer(location.options, location.account, mode == ELocation::createMissing);
     });

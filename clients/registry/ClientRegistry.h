@@ -23,6 +23,8 @@ struct SNetworkOptions {
     /// 0 for no limit.
     std::uint64_t bytesPerSecondUp = 0;
     std::uint64_t bytesPerSecondDown = 0;
+    /// A connection on which next to nothing moves for so long is given up, and what it was for is tried again.
+    unsigned timeoutSeconds = 60;
     /// Certificates to trust instead of the system's; empty for what the location's environment says.
     std::string caFile = {};
 };

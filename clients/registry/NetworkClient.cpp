@@ -1,11 +1,23 @@
 #include "clients/registry/NetworkClient.h"
 
+#include <algorithm>
+
 #include "cloudclientlib/wrappers/LimitClient.h"
 #include "cloudclientlib/wrappers/RetryClient.h"
 #include "cloudclientlib/wrappers/TraceClient.h"
 #include "common/logging.h"
 
 namespace clients {
+
+void ApplyNetwork(const SNetworkOptions& network, http::SHttpOptions& options) {
+    const std::chrono::seconds timeout(std::max(network.timeoutSeconds, 1U));
+    options.connections = network.connections;
+    options.stallTimeout = timeout;
+    options.connectTimeout = std::min<std::chrono::milliseconds>(options.connectTimeout, timeout);
+    if (!network.caFile.empty()) {
+        options.caFile = network.caFile;
+    }
+}
 
 std::shared_ptr<cloudclientlib::ICloudClient> OpenOverNetwork(
     const SNetworkOptions& network, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open) {

@@ -3,9 +3,13 @@
 #include <functional>
 #include <memory>
 
+#include "clients/http/HttpEngine.h"
 #include "clients/registry/ClientRegistry.h"
 
 namespace clients {
+
+/// What of the options concerns connections; certificates stay as they are when the options name none.
+void ApplyNetwork(const SNetworkOptions& network, http::SHttpOptions& options);
 
 /// A client as every store behind a network is used: within the limits, traced when the log is at dbg level, and tried
 /// again on failures that may pass. `open` is tried again too.

@@ -17,14 +17,20 @@ struct SCredentials {
     std::string sessionToken;
 };
 
+/// What a service says when it refuses a request.
+enum class ERefusal {
+    ofCredentials,  ///< it does not know them, or they have expired
+    untold,         ///< nothing (as to a HEAD request): also the rights may be missing
+};
+
 /// Where credentials come from. Safe from any thread.
 class ICredentials {
 public:
     virtual ~ICredentials() = default;
     /// Credentials that hold now; may ask a service. Throws exc::CExc when there are none.
     [[nodiscard]] virtual std::shared_ptr<const SCredentials> Get() = 0;
-    /// The service took the credentials for expired: others are wanted, if there are any.
-    virtual void Refused(const SCredentials& /*credentials*/) {}
+    /// The service refused a request for its credentials: others are wanted. Whether Get may give others from now on.
+    [[nodiscard]] virtual bool Refused(const SCredentials& /*credentials*/, ERefusal /*refusal*/) { return false; }
 };
 
 /// The same credentials always.

@@ -4,6 +4,7 @@
 
 #include "clients/http/Uri.h"
 #include "clients/s3/S3Documents.h"
+#include "cloudclientlib/CloudExc.h"
 #include "common/exc.h"
 #include "common/logging.h"
 
@@ -56,6 +57,14 @@ SRoleAnswer ReadAnswer(const std::string& text) {
     return answer;
 }
 
+/// The service is busy, or in trouble of its own.
+bool MayPass(long status) { return status == 429 || status >= 500; }
+
+/// A secret that was replaced has another key id, or another token.
+bool AreSame(const SCredentials& one, const SCredentials& other) {
+    return one.accessKeyId == other.accessKeyId && one.sessionToken == other.sessionToken;
+}
+
 std::string FirstLine(const std::string& text) { return text.substr(0, text.find_first_of("\r\n")); }
 
 }  // namespace
@@ -67,15 +76,18 @@ CRoleCredentials::CRoleCredentials(std::string host, std::string role, clock_t c
       engine_(Options()) {}
 
 std::shared_ptr<const SCredentials> CRoleCredentials::Get() {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard renewal(renewal_);
     const auto now = clock_();
-    if (current_ && !wasRefused_ && now < expiry_ - renewBefore) {
+    if (AreGoodAt(now + renewBefore)) {
         return current_;
     }
     try {
         Renew();
     } catch (const std::exception& failure) {
-        if (!current_ || wasRefused_ || now >= expiry_) {
+        if (!AreGoodAt(now)) {
+            if (dynamic_cast<const cloudclientlib::CCloudExc*>(&failure) != nullptr) {
+                throw;  // so that it is tried again
+            }
             exc::RegenTraceExc(failure, "Cannot get the credentials of role '%1'", role_);
         }
         logging::Library().Warn("The credentials of role '%1' cannot be renewed yet: %2", role_, failure.what());
@@ -83,10 +95,22 @@ std::shared_ptr<const SCredentials> CRoleCredentials::Get() {
     return current_;
 }
 
-void CRoleCredentials::Refused(const SCredentials& credentials) {
+bool CRoleCredentials::AreGoodAt(std::chrono::system_clock::time_point time) {
     const std::lock_guard lock(mutex_);
-    wasRefused_ = wasRefused_ || (current_ && credentials.accessKeyId == current_->accessKeyId &&
-                                  credentials.sessionToken == current_->sessionToken);
+    return current_ && !wasRefused_ && time < expiry_;
+}
+
+bool CRoleCredentials::Refused(const SCredentials& credentials, ERefusal refusal) {
+    const std::lock_guard lock(mutex_);
+    if (wasRefused_ || !current_ || !AreSame(credentials, *current_)) {
+        return true;  // told late: a renewal is to come, or has been
+    }
+    if (refusal == ERefusal::untold && wasDoubted_) {
+        return false;  // the service has been asked, and gave the same ones
+    }
+    wasDoubted_ = refusal == ERefusal::untold;
+    wasRefused_ = true;
+    return true;
 }
 
 void CRoleCredentials::Renew() {
@@ -96,6 +120,8 @@ void CRoleCredentials::Renew() {
         throw exc::CRuntimeExc("the machine has no role");
     }
     auto answer = ReadAnswer(Ask(rolesPath + http::UriEncode(role, false), token));
+    const std::lock_guard lock(mutex_);
+    wasDoubted_ = wasDoubted_ && AreSame(answer.credentials, *current_);
     current_ = std::make_shared<const SCredentials>(std::move(answer.credentials));
     expiry_ = answer.expiry;
     wasRefused_ = false;
@@ -104,12 +130,12 @@ void CRoleCredentials::Renew() {
 std::string CRoleCredentials::AskToken() {
     http::SHttpRequest request;
     request.method = "PUT";
-    request.url = endpoint_ + "/latest/api/token";
+    const std::string path = "/latest/api/token";
+    request.url = endpoint_ + path;
     request.headers = {{"x-aws-ec2-metadata-token-ttl-seconds", "21600"}};
     const auto result = engine_.Run(std::move(request));
-    if (result.failure) {
-        throw exc::CRuntimeExc("the instance-metadata service at %1 does not answer: %2", endpoint_,
-                               result.failure->text);
+    if (result.failure || MayPass(result.answer.status)) {
+        Fail(path, result);
     }
     return result.answer.IsSuccess() ? FirstLine(result.answer.body) : std::string();  // else it knows no tokens
 }
@@ -123,10 +149,21 @@ std::string CRoleCredentials::Ask(const std::string& path, const std::string& to
     }
     const auto result = engine_.Run(std::move(request));
     if (result.failure || !result.answer.IsSuccess()) {
-        throw exc::CRuntimeExc("the instance-metadata service at %1 gives no '%2': %3", endpoint_, path,
-                               result.failure ? result.failure->text : exc::Format("HTTP %1", result.answer.status));
+        Fail(path, result);
     }
     return result.answer.body;
+}
+
+void CRoleCredentials::Fail(const std::string& path, const http::SHttpResult& result) const {
+    const bool mayPass = result.failure ? result.failure->retryable : MayPass(result.answer.status);
+    const std::string text =
+        exc::Format("the instance-metadata service at %1 gives no '%2': %3", endpoint_, path,
+                    result.failure ? result.failure->text : exc::Format("HTTP %1", result.answer.status));
+    if (mayPass) {
+        throw cloudclientlib::CCloudExc(
+            {cloudclientlib::EFailure::transient, true, "GetCredentials", role_, text, result.answer.RetryAfter()});
+    }
+    throw exc::CRuntimeExc("%1", text);
 }
 
 }  // namespace clients::s3

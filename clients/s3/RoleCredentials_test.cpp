@@ -4,6 +4,7 @@
 
 #include "clients/http/FakeServer.h"
 #include "clients/s3/S3Documents.h"
+#include "cloudclientlib/CloudExc.h"
 
 namespace clients::s3 {
 namespace {
@@ -96,20 +97,61 @@ TEST_F(RoleCredentials, AreUsedWhileTheyHoldThoughTheServiceIsDown) {
     now = ParseTime("2026-01-01T11:59:59Z");
     EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
     now = ParseTime("2026-01-01T12:00:00Z");
-    EXPECT_EQ(FailureOf(credentials),
-              "Cannot get the credentials of role 'backup': the instance-metadata service at http://" +
-                  server.GetHost() + " gives no '/latest/meta-data/iam/security-credentials/backup': HTTP 503");
+    EXPECT_EQ(FailureOf(credentials), "GetCredentials 'backup': the instance-metadata service at http://" +
+                                          server.GetHost() + " gives no '/latest/api/token': HTTP 503");
     isDown = false;
     EXPECT_EQ(credentials.Get()->accessKeyId, "key-2");
+}
+
+TEST_F(RoleCredentials, WhatMayPassIsToldAsSuch) {
+    isDown = true;
+    auto credentials = Make();
+    for (int i = 0; i < 2; ++i) {
+        try {
+            static_cast<void>(credentials.Get());
+            ADD_FAILURE() << "no failure";
+        } catch (const cloudclientlib::CCloudExc& failure) {
+            EXPECT_TRUE(failure.IsRetryable());
+            EXPECT_EQ(failure.GetKind(), cloudclientlib::EFailure::transient);
+        }
+    }
+    isDown = false;
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
+    EXPECT_THROW(static_cast<void>(Make("none").Get()), exc::CRuntimeExc);
 }
 
 TEST_F(RoleCredentials, AreRenewedWhenTheStoreRefusesThem) {
     auto credentials = Make();
     const auto first = credentials.Get();
-    credentials.Refused(*first);
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::ofCredentials));
     EXPECT_EQ(credentials.Get()->accessKeyId, "key-2");
-    credentials.Refused(*first);  // told late
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::ofCredentials));  // told late
     EXPECT_EQ(credentials.Get()->accessKeyId, "key-2");
+}
+
+TEST_F(RoleCredentials, AreRenewedForARefusalThatDoesNotSayWhy) {
+    auto credentials = Make();
+    const auto first = credentials.Get();
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::untold));
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::untold));  // of a request beside it
+    const auto second = credentials.Get();
+    EXPECT_EQ(second->accessKeyId, "key-2");
+    EXPECT_TRUE(credentials.Refused(*second, ERefusal::untold));  // others: they are doubted anew
+}
+
+TEST_F(RoleCredentials, AreDoubtedOnceWhileTheServiceGivesNoOthers) {
+    document =
+        R"({"AccessKeyId":"key","SecretAccessKey":"secret","Token":"session","Expiration":"2026-01-01T12:00:00Z"})";
+    auto credentials = Make();
+    const auto first = credentials.Get();
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::untold));
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key");
+    EXPECT_FALSE(credentials.Refused(*first, ERefusal::untold));
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key");
+    EXPECT_EQ(given, 2U);
+    EXPECT_TRUE(credentials.Refused(*first, ERefusal::ofCredentials));  // the service may yet give others
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key");
+    EXPECT_EQ(given, 3U);
 }
 
 TEST_F(RoleCredentials, MalformedAnswersAreTold) {

@@ -1,6 +1,9 @@
 #include "clients/s3/S3Connection.h"
 
+#include <algorithm>
+#include <array>
 #include <future>
+#include <optional>
 
 #include "clients/http/Unprotected.h"
 #include "clients/http/Uri.h"
@@ -39,11 +42,19 @@ std::string HashOf(const http::buffer_ptr& body) {
     return digest::Sha256(body ? std::span<const char>(*body) : std::span<const char>()).ToAStr();
 }
 
-bool IsExpired(const http::SHttpAnswer& answer) {
-    constexpr long badRequest = 400;
-    constexpr long forbidden = 403;
-    return (answer.status == badRequest || answer.status == forbidden) &&
-           ReadError(answer.body).value_or(SServiceError{}).code == "ExpiredToken";
+/// Whether a request was refused for its credentials, or may have been.
+std::optional<ERefusal> RefusalOf(const http::SHttpAnswer& answer) {
+    constexpr std::array<long, 3> statuses = {400, 401, 403};
+    constexpr std::array<std::string_view, 5> codes = {"ExpiredToken", "InvalidAccessKeyId", "InvalidToken",
+                                                       "InvalidClientTokenId", "TokenRefreshRequired"};
+    if (std::find(statuses.begin(), statuses.end(), answer.status) == statuses.end()) {
+        return std::nullopt;
+    }
+    const std::string code = ReadError(answer.body).value_or(SServiceError{}).code;
+    if (std::find(codes.begin(), codes.end(), code) != codes.end()) {
+        return ERefusal::ofCredentials;
+    }
+    return code.empty() ? std::optional(ERefusal::untold) : std::nullopt;
 }
 
 }  // namespace
@@ -64,7 +75,8 @@ CS3Connection::CS3Connection(SBucket bucket, std::shared_ptr<ICredentials> crede
 }
 
 http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentials& credentials) const {
-    const std::string date = AmzDate(clock_());
+    const auto now = clock_();
+    const std::string date = AmzDate(now);
     SSignedParts parts;
     parts.method = request.method;
     parts.path = (bucket_.virtualHosted ? "/" : "/" + bucket_.name + (request.key.empty() ? "" : "/")) + request.key;
@@ -86,6 +98,7 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentia
     signedRequest.headers.emplace_back("authorization", Authorization(parts, credentials, bucket_.region, "s3", date));
     signedRequest.body = request.body;
     signedRequest.target = request.target;
+    signedRequest.signedAt = now;
     if (request.target) {
         signedRequest.maxAnswer = ~std::uint64_t{0};  // an object is as long as it is
     }
@@ -95,8 +108,8 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentia
 void CS3Connection::Start(const SRequest& request, http::CHttpEngine::done_t done) {
     const auto used = credentials_->Get();
     engine_.Start(Sign(request, *used), [used, source = credentials_, done = std::move(done)](auto result) {
-        if (IsExpired(result.answer)) {
-            source->Refused(*used);
+        if (const auto refusal = RefusalOf(result.answer)) {
+            result.answer.otherCredentials = source->Refused(*used, *refusal);
         }
         done(std::move(result));
     });

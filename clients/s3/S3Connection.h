@@ -47,6 +47,7 @@ public:
     /// Waits for the result.
     [[nodiscard]] http::SHttpResult Run(const SRequest& request);
     [[nodiscard]] std::size_t GetConnections() const { return engine_.GetConnections(); }
+    [[nodiscard]] bool IsBusy() const { return engine_.IsBusy(); }
     [[nodiscard]] const SBucket& GetBucket() const { return bucket_; }
 
 private:

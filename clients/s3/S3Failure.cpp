@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "clients/http/ClockError.h"
 #include "clients/s3/S3Documents.h"
 #include "cloudclientlib/CloudExc.h"
 #include "common/format.h"
@@ -29,7 +30,7 @@ constexpr std::array<SMeaning, 24> meanings = {{
     {"AccessDenied", EFailure::accessDenied, false, "the key needs rights on this bucket"},
     {"InvalidAccessKeyId", EFailure::accessDenied, false, "the service does not know this access key"},
     {"SignatureDoesNotMatch", EFailure::accessDenied, false, "check the secret key"},
-    {"ExpiredToken", EFailure::accessDenied, true, "the session token has expired"},
+    {"ExpiredToken", EFailure::accessDenied, false, "the session token has expired"},
     {"InvalidToken", EFailure::accessDenied, false, "check the session token"},
     {"RequestTimeTooSkewed", EFailure::accessDenied, false, "set this machine's clock"},
     {"PermanentRedirect", EFailure::other, false, "the bucket lies in another region or at another endpoint"},
@@ -83,6 +84,12 @@ SMeaning MeaningOf(long status, const std::string& code) {
     return found == meanings.end() ? ByStatus(status) : *found;
 }
 
+std::string AdviceOf(const SMeaning& meaning, const http::SHttpAnswer& answer) {
+    const bool isClock = meaning.code == "RequestTimeTooSkewed";
+    const std::string error = isClock ? http::ClockError(answer, std::chrono::minutes(1)) : std::string();
+    return error.empty() ? std::string(meaning.advice) : error + ": set it";
+}
+
 std::string Describe(long status, const SServiceError& error, std::string_view advice) {
     std::string text = exc::Format("HTTP %1", status);
     const auto append = [&text](std::string_view before, std::string_view part, std::string_view behind) {
@@ -117,8 +124,8 @@ void ThrowFailure(const std::string& operation, const std::string& path, const h
     if (meaning.kind == EFailure::notFound) {
         throw cloudclientlib::CObjectNotFoundExc(operation, path);
     }
-    throw CCloudExc({meaning.kind, meaning.retryable, operation, path, Describe(answer.status, error, meaning.advice),
-                     answer.RetryAfter()});
+    throw CCloudExc({meaning.kind, meaning.retryable || answer.otherCredentials, operation, path,
+                     Describe(answer.status, error, AdviceOf(meaning, answer)), answer.RetryAfter()});
 }
 
 void CheckSuccess(const std::string& operation, const std::string& path, const http::SHttpResult& result) {

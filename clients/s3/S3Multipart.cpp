@@ -71,7 +71,8 @@ void CMultipartUpload::AddCopiedPart(const std::string& sourceHeader, std::uint6
 }
 
 void CMultipartUpload::Start(SRequest request, bool copied) {
-    while (onTheirWay_.size() >= window) {
+    // No more than there are connections for, whatever the number of uploads: each part holds its bytes.
+    while (onTheirWay_.size() >= window || (!onTheirWay_.empty() && connection_->IsBusy())) {
         WaitForOne();
     }
     request.method = "PUT";

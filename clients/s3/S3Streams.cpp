@@ -55,6 +55,9 @@ void CS3Upload::Write(std::span<const char> data) {
     taken_ += data.size();
     while (!data.empty()) {
         const std::size_t count = std::min<std::uint64_t>(data.size(), partSize_ - part_->size());
+        if (part_->empty()) {
+            part_->reserve(std::min(partSize_, size_ - taken_ + data.size()));
+        }
         part_->insert(part_->end(), data.begin(), data.begin() + static_cast<std::ptrdiff_t>(count));
         data = data.subspan(count);
         if (part_->size() == partSize_ && taken_ - data.size() < size_) {

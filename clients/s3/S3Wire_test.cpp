@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "clients/http/FakeServer.h"
+#include "clients/http/HttpDate.h"
 #include "clients/s3/S3Store.h"
 #include "cloudclientlib/CloudExc.h"
 #include "cloudclientlib/wrappers/RetryClient.h"
@@ -36,8 +37,13 @@ SFakeAnswer Failed(int status, const std::string& code) { return {status, {}, Er
 class CCredentials : public s3::CStaticCredentials {
 public:
     using CStaticCredentials::CStaticCredentials;
-    void Refused(const s3::SCredentials& /*credentials*/) override { ++refused; }
+    [[nodiscard]] bool Refused(const s3::SCredentials& /*credentials*/, s3::ERefusal refusal) override {
+        ++(refusal == s3::ERefusal::ofCredentials ? refused : untold);
+        return hasOthers;
+    }
     std::atomic<unsigned> refused = 0;
+    std::atomic<unsigned> untold = 0;
+    std::atomic<bool> hasOthers = false;
 };
 
 /// A store that answers with what stands next in `answers`, and at the end with an empty success.
@@ -156,7 +162,7 @@ TEST_F(S3Wire, FailuresMeanWhatTheyMean) {
         {403, "InvalidAccessKeyId", EFailure::accessDenied, false, "the service does not know this access key"},
         {403, "SignatureDoesNotMatch", EFailure::accessDenied, false, "check the secret key"},
         {403, "RequestTimeTooSkewed", EFailure::accessDenied, false, "set this machine's clock"},
-        {400, "ExpiredToken", EFailure::accessDenied, true, "the session token has expired"},
+        {400, "ExpiredToken", EFailure::accessDenied, false, "the session token has expired"},
         {400, "AuthorizationHeaderMalformed", EFailure::other, false, "check the region"},
         {403, "InvalidObjectState", EFailure::conflict, false, "the object is archived: ask for its retrieval first"},
         {400, "BadDigest", EFailure::corrupt, true, "the bytes changed on their way"},
@@ -224,12 +230,61 @@ TEST_F(S3Wire, ADownloadThatIsNotWhatWasRecordedIsNoticed) {
     }
 }
 
-TEST_F(S3Wire, ExpiredCredentialsAreRefusedAndRetried) {
-    answers = {Failed(400, "ExpiredToken"), {200, {}, "data"}};
-    cloudclientlib::CRetryClient client(Make());
-    client.DownloadFileAsync("a", buffer)->Wait();
-    EXPECT_EQ(std::string(buffer->begin(), buffer->end()), "data");
+TEST_F(S3Wire, RefusedCredentialsAreRetriedWhereThereAreOthers) {
+    credentials->hasOthers = true;
+    unsigned refused = 0;
+    for (const auto& [status, code] : std::vector<std::pair<int, std::string>>{{400, "ExpiredToken"},
+                                                                               {403, "ExpiredToken"},
+                                                                               {403, "InvalidAccessKeyId"},
+                                                                               {400, "InvalidToken"},
+                                                                               {403, "InvalidClientTokenId"},
+                                                                               {400, "TokenRefreshRequired"}}) {
+        answers = {Failed(status, code), {200, {}, "data"}};
+        cloudclientlib::CRetryClient client(Make());
+        client.DownloadFileAsync("a", buffer)->Wait();
+        EXPECT_EQ(std::string(buffer->begin(), buffer->end()), "data") << code;
+        EXPECT_EQ(credentials->refused, ++refused) << code;
+    }
+    EXPECT_EQ(credentials->untold, 0U);
+}
+
+TEST_F(S3Wire, RefusedCredentialsFailWhereThereAreNoOthers) {
+    answers = {Failed(403, "InvalidAccessKeyId")};
+    EXPECT_FALSE(Download().IsRetryable());
     EXPECT_EQ(credentials->refused, 1U);
+    EXPECT_EQ(requests.size(), 1U);
+}
+
+TEST_F(S3Wire, ARefusalWithoutACodeMayBeOfTheCredentials) {
+    credentials->hasOthers = true;
+    answers = {{403, {}, ""}, {200, {{"Content-Length", "0"}}, ""}};
+    cloudclientlib::CRetryClient client(Make());
+    EXPECT_TRUE(client.IsFileExist("a"));
+    EXPECT_EQ(credentials->untold, 1U);
+    EXPECT_EQ(credentials->refused, 0U);
+}
+
+TEST_F(S3Wire, OtherRefusalsAreNotOfTheCredentials) {
+    credentials->hasOthers = true;
+    for (const char* code : {"AccessDenied", "SignatureDoesNotMatch", "RequestTimeTooSkewed"}) {
+        answers = {Failed(403, code)};
+        EXPECT_FALSE(Download().IsRetryable()) << code;
+    }
+    EXPECT_EQ(credentials->refused + credentials->untold, 0U);
+}
+
+TEST_F(S3Wire, AWrongClockIsToldWithItsError) {
+    auto options = Options();
+    options.clock = [] { return http::ParseHttpDate("Sun, 06 Nov 1994 11:54:00 GMT"); };
+    answers = {{403, {{"Date", "Sun, 06 Nov 1994 08:49:00 GMT"}}, ErrorBody("RequestTimeTooSkewed")}};
+    try {
+        Make(options)->DownloadFileAsync("a/b", buffer)->Wait();
+        ADD_FAILURE() << "no failure";
+    } catch (const CCloudExc& failure) {
+        EXPECT_EQ(failure.GetMessage(),
+                  "DownloadFile 'a/b': HTTP 403 RequestTimeTooSkewed: what happened (this machine's clock is 3 h 5 min "
+                  "ahead of the service's: set it) [request r-1]");
+    }
 }
 
 TEST_F(S3Wire, AFailedUploadInPartsIsAborted) {

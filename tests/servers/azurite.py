@@ -45,16 +45,31 @@ class Azurite:
         """What a program beside the server is told."""
         endpoint = f"BlobEndpoint=http://127.0.0.1:{self.port}/{self.account};"
         return {"AZURE_TEST_CONNECTION": f"{endpoint}AccountName={self.account};AccountKey={self.key}",
-                "AZURE_TEST_SAS_CONNECTION": f"{endpoint}SharedAccessSignature={self.signature()}"}
+                "AZURE_TEST_SAS_CONNECTION": f"{endpoint}SharedAccessSignature={self.container_signature()}",
+                "AZURE_TEST_ACCOUNT_SAS_CONNECTION": f"{endpoint}SharedAccessSignature={self.account_signature()}"}
 
-    def signature(self):
-        """A shared access signature for the container of the tests, for a day."""
+    @staticmethod
+    def day():
+        """From an hour ago until tomorrow."""
         now = datetime.datetime.now(datetime.timezone.utc)
-        start, end = ((now + datetime.timedelta(hours=hours)).strftime("%Y-%m-%dT%H:%M:%SZ") for hours in (-1, 24))
+        return tuple((now + datetime.timedelta(hours=hours)).strftime("%Y-%m-%dT%H:%M:%SZ") for hours in (-1, 24))
+
+    def container_signature(self):
+        """A shared access signature for the container of the tests, for a day."""
+        start, end = self.day()
         fields = {"sp": "racwdl", "st": start, "se": end, "sv": "2019-12-12", "sr": "c"}
-        text = "\n".join([fields["sp"], start, end, f"/blob/{self.account}/{self.container}", "", "", "", fields["sv"],
-                          fields["sr"], "", "", "", "", "", ""])
-        digest = hmac.new(base64.b64decode(self.key), text.encode(), hashlib.sha256).digest()
+        return self.signed(fields, [fields["sp"], start, end, f"/blob/{self.account}/{self.container}", "", "", "",
+                                    fields["sv"], fields["sr"], "", "", "", "", "", ""])
+
+    def account_signature(self):
+        """One for all containers of the account, and all in them."""
+        start, end = self.day()
+        fields = {"sv": "2019-12-12", "ss": "b", "srt": "sco", "sp": "rwdlac", "st": start, "se": end}
+        return self.signed(fields, [self.account, fields["sp"], fields["ss"], fields["srt"], start, end, "", "",
+                                    fields["sv"], ""])
+
+    def signed(self, fields, lines):
+        digest = hmac.new(base64.b64decode(self.key), "\n".join(lines).encode(), hashlib.sha256).digest()
         # Not the last one, so that what hides it must find its end.
         return urllib.parse.urlencode({"sig": base64.b64encode(digest).decode(), **fields})
 

@@ -45,7 +45,7 @@ osd objectstore = bluestore
 osd memory target = 939524096
 bluestore cache autotune = false
 bluestore cache size = 134217728
-bluestore block size = 4294967296
+bluestore block size = {disk}
 bluestore block wal size = 0
 bluestore block db size = 0
 bluestore fsck on mount = false
@@ -68,7 +68,7 @@ class Ceph:
     secret_key = "test/secret+key"
     region = "us-east-1"
 
-    def __init__(self):
+    def __init__(self, disk=4 << 30):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="cloudbackup-ceph-"))
         for name in ("mon", "osd", "run", "log", "rgw"):
             (self.root / name).mkdir()
@@ -78,7 +78,7 @@ class Ceph:
         self.endpoint = f"http://127.0.0.1:{gateway}"
         self.configuration = self.root / "ceph.conf"
         self.configuration.write_text(CONFIGURATION.format(root=self.root, fsid=self.fsid, mon1=mon1, mon2=mon2,
-                                                           gateway=gateway))
+                                                           gateway=gateway, disk=disk))
         try:
             self.start()
             wait_for_port(gateway, 120)

@@ -35,9 +35,11 @@ class Faults(StoreCase):
                 file.write(os.urandom(MIB))
 
     def round_trip(self):
-        self.run_agent("backup", self.source)
+        """What the backup warned of."""
+        warnings = self.run_agent("backup", self.source)[1]
         target = self.restore("latest")
         self.assertEqual(digest(f"{target}/data"), digest(self.source / "data"))
+        return warnings
 
     def test_one_connection_in_five_breaks(self):
         def plan(random):
@@ -92,6 +94,41 @@ class Faults(StoreCase):
         failure = self.run_agent("checkpoints", expect=1)[1]
         self.assertLess(time.monotonic() - begin, 180)
         self.assertRegex(failure.splitlines()[-1], r"Failed to connect to 127\.0\.0\.1 port 1 .*after 8 attempts")
+
+    def fading(self, **fault):
+        """A plan by which one connection in four carries on for a while, and then next to nothing."""
+        def plan(random):
+            if random.random() < 0.25:
+                return Fault(after=random.randrange(6 * MIB), upwards=random.random() < 0.5, **fault)
+            return Fault("cut", random.randrange(8 * MIB, 16 * MIB), random.random() < 0.5)
+        return plan
+
+    def round_trip_in_time(self, proxy):
+        self.environment["CLOUDBACKUP_TIMEOUT"] = "3"
+        begin = time.monotonic()
+        self.assertRegex(self.round_trip(), r"too slow.* the last 3 seconds")
+        print(f"{proxy.connections} connections, {proxy.faults} faults, {time.monotonic() - begin:.0f} s")
+        self.assertGreater(proxy.faults, 3)
+        # A failed attempt takes the three seconds, those until the speed is known, and a pause; many go side by side.
+        self.assertLess(time.monotonic() - begin, 240)
+
+    def test_stalled_connections_are_given_up(self):
+        self.run_agent("init")
+        self.random_file(100)
+        self.round_trip_in_time(self.through(self.fading(kind="stall")))
+
+    def test_connections_that_trickle_are_given_up(self):
+        self.run_agent("init")
+        self.random_file(100)
+        self.round_trip_in_time(self.through(self.fading(kind="trickle", rate=20)))
+
+    def test_a_store_that_stalls_for_good_is_told_in_time(self):
+        proxy = self.through(lambda random: Fault("stall"))
+        begin = time.monotonic()
+        failure = self.run_agent("--timeout", 2, "checkpoints", expect=1)[1]
+        self.assertLess(time.monotonic() - begin, 180)
+        self.assertRegex(failure.splitlines()[-1], r"too slow.* the last 2 seconds.*after 8 attempts")
+        self.assertEqual(proxy.faults, 8)
 
     def test_a_slow_store_only_takes_longer(self):
         self.run_agent("init")

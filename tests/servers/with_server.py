@@ -2,9 +2,10 @@
 """Runs a program beside an object store that is started for it and stopped behind it.
 
 with_server.py ceph|swift PROGRAM ARG...    the store is told in S3_TEST_ENDPOINT, S3_TEST_KEY, S3_TEST_SECRET,
-                                            S3_TEST_REGION
+                                            S3_TEST_REGION; Ceph's configuration in CEPH_TEST_CONFIGURATION
 with_server.py azurite PROGRAM ARG...       in AZURE_TEST_CONNECTION and, with a signature in place of the key, in
-                                            AZURE_TEST_SAS_CONNECTION
+                                            AZURE_TEST_SAS_CONNECTION (of the container) and
+                                            AZURE_TEST_ACCOUNT_SAS_CONNECTION (of the account)
 A server that is not installed, or does not start, is a failure: scripts/install-deps --servers installs them.
 """
 import os
@@ -29,8 +30,11 @@ def server(name):
 def environment_of(store, name):
     if name == "azurite":
         return store.environment
-    return {"S3_TEST_ENDPOINT": store.endpoint, "S3_TEST_KEY": store.access_key, "S3_TEST_SECRET": store.secret_key,
+    told = {"S3_TEST_ENDPOINT": store.endpoint, "S3_TEST_KEY": store.access_key, "S3_TEST_SECRET": store.secret_key,
             "S3_TEST_REGION": store.region, "S3_TEST_SERVER": name}
+    if name == "ceph":
+        told["CEPH_TEST_CONFIGURATION"] = str(store.configuration)
+    return told
 
 
 def main():
