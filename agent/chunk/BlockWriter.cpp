@@ -58,7 +58,7 @@ SWrittenBlock CBlockWriter::Write(std::size_t number, const buffer_ptr& block) {
                 target_.client->UploadFileAsync(path, block)->Wait();
             }
             const auto size = static_cast<std::uint32_t>(block->size());
-            return {{name.md5.bytes, {}, size, target_.runVersion}, found == EFound::equal};
+            return {{name.md5.bytes, target_.keySetId, size, target_.runVersion}, found == EFound::equal};
         }
         logging::Storage().Warn("Block '%1' is not stored under this name: another object bears it.", path);
         block->push_back('\0');

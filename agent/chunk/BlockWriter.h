@@ -20,6 +20,8 @@ struct SBlockTarget {
     std::string backupId;
     guid::guid_t storageId;
     std::uint64_t runVersion = 0;
+    /// The key that the chunks are sealed with; zero for none.
+    crypto::SRawKeySetId keySetId = {};
 };
 
 /// A block that is in the store.

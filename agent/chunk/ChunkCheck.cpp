@@ -1,27 +1,27 @@
 #include "agent/chunk/ChunkCheck.h"
 
 #include "agent/chunk/Sizes.h"
+#include "agent/keys/Sealing.h"
 #include "common/format.h"
 
 namespace agent {
 
 namespace {
 
-std::string FindSizeFault(const SChunk& chunk) {
+/// `room` is the stored size without what sealing added.
+std::string FindSizeFault(const SChunk& chunk, std::uint32_t room) {
     if (chunk.plainSize == 0 || chunk.plainSize > maxChunkSize) {
         return exc::Format("its plain size %1 is not between 1 and %2", chunk.plainSize, maxChunkSize);
     }
     switch (chunk.codec) {
         case EChunkCodec::plain:
-            if (chunk.storedSize != chunk.plainSize) {
-                return exc::Format("it is stored plain, yet in %1 bytes instead of %2", chunk.storedSize,
-                                   chunk.plainSize);
+            if (room != chunk.plainSize) {
+                return exc::Format("it is stored plain, yet in %1 bytes instead of %2", room, chunk.plainSize);
             }
             return {};
         case EChunkCodec::zstd:
-            if (chunk.storedSize == 0 || chunk.storedSize >= chunk.plainSize) {
-                return exc::Format("its stored size %1 is not between 1 and its plain size %2", chunk.storedSize,
-                                   chunk.plainSize);
+            if (room == 0 || room >= chunk.plainSize) {
+                return exc::Format("its stored size %1 is not between 1 and its plain size %2", room, chunk.plainSize);
             }
             return {};
     }
@@ -34,7 +34,12 @@ std::string FindChunkFault(const SChunk& chunk, std::span<const cloudbackuplib::
     if (chunk.block >= blocks.size()) {
         return exc::Format("the table of blocks has only %1", blocks.size());
     }
-    if (std::string fault = FindSizeFault(chunk); !fault.empty()) {
+    const bool isSealed = blocks[chunk.block].keySetId != crypto::SRawKeySetId();
+    if (isSealed && chunk.storedSize < sealOverhead) {
+        return exc::Format("its stored size %1 is less than sealing adds", chunk.storedSize);
+    }
+    const auto room = static_cast<std::uint32_t>(chunk.storedSize - (isSealed ? sealOverhead : 0));
+    if (std::string fault = FindSizeFault(chunk, room); !fault.empty()) {
         return fault;
     }
     const std::uint64_t blockSize = blocks[chunk.block].number32;

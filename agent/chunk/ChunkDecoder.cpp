@@ -26,11 +26,12 @@ std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& sou
 }  // namespace
 
 CChunkDecoder::CChunkDecoder(std::size_t threads)
-    : decompressors_(threads + 1), slots_(SlotCount(threads)), workers_(threads) {}
+    : tools_(threads + 1), slots_(SlotCount(threads)), workers_(threads) {}
 
-void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr source) {
+void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr source, data_key_ptr key) {
     SDecodeSlot& slot = NextSlot(chunk);
     slot.source = std::move(source);
+    slot.key = std::move(key);
     if (!slot.plain) {
         slot.plain = std::make_unique_for_overwrite<char[]>(maxChunkSize);
     }
@@ -41,7 +42,7 @@ void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr sourc
 void CChunkDecoder::DecodeAgain(SDecodeSlot& slot, CRangeDownloads::range_ptr source) {
     slot.source = std::move(source);
     slot.failure = nullptr;
-    Decode(slot, decompressors_.size() - 1);
+    Decode(slot, tools_.size() - 1);
 }
 
 void CChunkDecoder::SubmitFailed(const SChunk& chunk, std::exception_ptr failure) {
@@ -60,8 +61,8 @@ SDecodeSlot& CChunkDecoder::NextSlot(const SChunk& chunk) {
 void CChunkDecoder::Decode(SDecodeSlot& slot, std::size_t worker) {
     const SChunk& chunk = *slot.chunk;
     try {
-        const std::span<const char> stored = StoredBytes(chunk, *slot.source);
-        DecompressorOf(worker).Decompress({chunk.codec, stored}, {slot.plain.get(), chunk.plainSize});
+        STools& tools = ToolsOf(worker);
+        tools.decompressor.Decompress(Unseal(slot, tools), {slot.plain.get(), chunk.plainSize});
         if (digest::Sha256(slot.Plain()) != chunk.sha256) {
             throw exc::CRuntimeExc("its content does not have the SHA-256 %1", chunk.sha256);
         }
@@ -70,12 +71,26 @@ void CChunkDecoder::Decode(SDecodeSlot& slot, std::size_t worker) {
     }
 }
 
-CChunkDecompressor& CChunkDecoder::DecompressorOf(std::size_t worker) {
-    std::optional<CChunkDecompressor>& decompressor = decompressors_[worker];
-    if (!decompressor) {
-        decompressor.emplace();
+SStoredChunk CChunkDecoder::Unseal(const SDecodeSlot& slot, STools& tools) {
+    const SChunk& chunk = *slot.chunk;
+    const std::span<const char> stored = StoredBytes(chunk, *slot.source);
+    if (!slot.key) {
+        return {chunk.codec, stored};
     }
-    return *decompressor;
+    if (!tools.unsealed) {
+        tools.unsealed = std::make_unique_for_overwrite<char[]>(maxChunkSize);
+    }
+    const std::span<char> unsealed(tools.unsealed.get(), stored.size() - sealOverhead);
+    tools.sealer.Open(slot.key->ChunkKey(chunk.sha256), "", stored, unsealed);
+    return {chunk.codec, unsealed};
+}
+
+CChunkDecoder::STools& CChunkDecoder::ToolsOf(std::size_t worker) {
+    std::optional<STools>& tools = tools_[worker];
+    if (!tools) {
+        tools.emplace();
+    }
+    return *tools;
 }
 
 SDecodeSlot& CChunkDecoder::WaitFront() {

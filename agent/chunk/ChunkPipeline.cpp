@@ -11,11 +11,13 @@ std::size_t SlotCount(std::size_t threads) { return std::clamp<std::size_t>(4 * 
 
 }  // namespace
 
-CChunkPipeline::CChunkPipeline(const CChunkTable& table, std::size_t threads, std::uint32_t maximum, int zstdLevel)
+CChunkPipeline::CChunkPipeline(const CChunkTable& table, std::size_t threads, std::uint32_t maximum, int zstdLevel,
+                               data_key_ptr key)
     : table_(table),
       maximum_(maximum),
       zstdLevel_(zstdLevel),
-      compressors_(threads),
+      key_(std::move(key)),
+      tools_(threads),
       slots_(SlotCount(threads)),
       workers_(threads) {}
 
@@ -23,7 +25,7 @@ void CChunkPipeline::Fill(std::span<const char> data) {
     SChunkSlot& slot = Current();
     if (!slot.plain) {
         slot.plain = std::make_unique_for_overwrite<char[]>(maximum_);
-        slot.room = std::make_unique_for_overwrite<char[]>(maximum_);
+        slot.room = std::make_unique_for_overwrite<char[]>(maximum_ + sealOverhead);
     }
     std::ranges::copy(data, slot.plain.get() + slot.plainSize);
     slot.plainSize += static_cast<std::uint32_t>(data.size());
@@ -46,17 +48,24 @@ void CChunkPipeline::Submit() {
 void CChunkPipeline::Prepare(SChunkSlot& slot, std::size_t worker) {
     slot.sha256 = digest::Sha256(slot.Plain());
     slot.known = table_.Find(slot.sha256, slot.plainSize);
-    if (!slot.known) {
-        slot.stored = CompressorOf(worker).Compress(slot.Plain(), {slot.room.get(), maximum_});
+    if (slot.known) {
+        return;
+    }
+    STools& tools = ToolsOf(worker);
+    const std::span<char> room(slot.room.get(), maximum_ + sealOverhead);
+    slot.stored = tools.compressor.Compress(slot.Plain(), room.subspan(sealNonceSize, maximum_));
+    if (key_) {
+        slot.stored.bytes = tools.sealer.Seal(key_->ChunkKey(slot.sha256), ChunkNonce(slot.stored, zstdLevel_), "",
+                                              slot.stored.bytes, room);
     }
 }
 
-CChunkCompressor& CChunkPipeline::CompressorOf(std::size_t worker) {
-    std::optional<CChunkCompressor>& compressor = compressors_[worker];
-    if (!compressor) {
-        compressor.emplace(zstdLevel_);
+CChunkPipeline::STools& CChunkPipeline::ToolsOf(std::size_t worker) {
+    std::optional<STools>& tools = tools_[worker];
+    if (!tools) {
+        tools.emplace(zstdLevel_);
     }
-    return *compressor;
+    return *tools;
 }
 
 SChunkSlot& CChunkPipeline::WaitFront() {

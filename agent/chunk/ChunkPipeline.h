@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/chunk/ChunkCodec.h"
+#include "agent/chunk/ChunkSealing.h"
 #include "agent/chunk/ChunkTable.h"
 #include "cloudclientlib/AsyncTask.h"
 #include "cloudclientlib/WorkerPool.h"
@@ -22,7 +23,7 @@ struct SChunkSlot {
     digest::sha256_digest_t sha256;
     /// Where the content is stored already.
     std::optional<SChunk> known;
-    /// When it is not known: its stored form, in `room` or `plain`.
+    /// When it is not known: its stored form, in `room` or `plain`; sealed where there is a key.
     SStoredChunk stored;
     std::unique_ptr<char[]> room;
 
@@ -32,15 +33,16 @@ struct SChunkSlot {
     [[nodiscard]] std::span<const char> Plain() const { return {plain.get(), plainSize}; }
 };
 
-/// Digests and compresses chunks on worker threads and gives them back in the order in which they came.
+/// Digests, compresses and seals chunks on worker threads and gives them back in the order in which they came.
 ///
 /// A ring of slots: the caller fills the current one, submits it, and takes the oldest back when the ring is full.
 /// Slots and their buffers are made once and used again. Called from one thread. The destructor waits for what is at
 /// work.
 class CChunkPipeline {
 public:
-    /// The table is asked from the workers; it outlives the pipeline.
-    CChunkPipeline(const CChunkTable& table, std::size_t threads, std::uint32_t maximum, int zstdLevel);
+    /// The table is asked from the workers; it outlives the pipeline. Without a key nothing is sealed.
+    CChunkPipeline(const CChunkTable& table, std::size_t threads, std::uint32_t maximum, int zstdLevel,
+                   data_key_ptr key);
 
     /// No slot is free: the oldest chunk must be taken back first.
     [[nodiscard]] bool IsFull() const { return tail_ - head_ == slots_.size(); }
@@ -60,12 +62,18 @@ public:
 
 private:
     void Prepare(SChunkSlot& slot, std::size_t worker);
-    CChunkCompressor& CompressorOf(std::size_t worker);
+    struct STools {
+        explicit STools(int zstdLevel) : compressor(zstdLevel) {}
+        CChunkCompressor compressor;
+        CSealer sealer;
+    };
+    STools& ToolsOf(std::size_t worker);
 
     const CChunkTable& table_;
     const std::uint32_t maximum_;
     const int zstdLevel_;
-    std::vector<std::optional<CChunkCompressor>> compressors_;  // each one its worker's
+    const data_key_ptr key_;
+    std::vector<std::optional<STools>> tools_;  // each one its worker's
 
     std::vector<SChunkSlot> slots_;  // from head_ to tail_ the workers', the others the caller's
     std::size_t head_ = 0;           // the caller's

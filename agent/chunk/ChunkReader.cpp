@@ -47,11 +47,18 @@ void CChunkReader::Submit(std::span<const SChunk> wanted, std::size_t index, CRa
         decoder_.SubmitFailed(chunk, MakeFault(fault));
         return;
     }
+    data_key_ptr key;
+    try {
+        key = (source_.keys ? *source_.keys : CKeyRing()).FindExc(source_.blocks[chunk.block].keySetId);
+    } catch (const exc::CRuntimeExc&) {
+        decoder_.SubmitFailed(chunk, std::current_exception());
+        return;
+    }
     const CRangeDownloads::range_ptr range = downloads.Wait(index);
     if (range->failure) {
         decoder_.SubmitFailed(chunk, range->failure);
     } else {
-        decoder_.Submit(chunk, range);
+        decoder_.Submit(chunk, range, std::move(key));
     }
 }
 

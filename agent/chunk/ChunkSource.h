@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "agent/keys/KeyRing.h"
 #include "cloudbackuplib/BlockExternalId.h"
 #include "cloudclientlib/ICloudClient.h"
 #include "common/guid.h"
@@ -18,6 +19,8 @@ struct SChunkSource {
     guid::guid_t storageId;
     /// The storage's table; outlives the reader. `number32` is a block's size.
     std::span<const cloudbackuplib::backup::SBlockExternalId> blocks;
+    /// That open sealed blocks; none where there are none.
+    key_ring_ptr keys = {};
 };
 
 /// The object of a block in the table.

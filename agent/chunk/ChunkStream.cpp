@@ -17,6 +17,14 @@ std::size_t UploadLimit(cloudclientlib::ICloudClient& client) {
     return std::clamp<std::size_t>(client.GetConcurrentTaskLimit(), 1, mostUploads);
 }
 
+SBlockTarget TargetOf(const SChunkStreamParams& params) {
+    SBlockTarget target = params.target;
+    if (params.key) {
+        target.keySetId = params.key->GetId();
+    }
+    return target;
+}
+
 const SChunkSizes& CheckMaximum(const SChunkSizes& sizes) {
     if (sizes.maximum > maxChunkSize) {
         throw exc::CRuntimeExc("Chunks of %1 bytes are larger than %2.", sizes.maximum, maxChunkSize);
@@ -33,8 +41,8 @@ CChunkStream::CChunkStream(const SChunkStreamParams& params)
       chunker_(CheckMaximum(params.chunkSizes)),
       builder_(params.blockSizes),
       table_(params.knownChunks, params.knownBlocks),
-      uploader_(params.target, UploadLimit(*params.target.client)),
-      pipeline_(table_, ThreadCount(params.threads), params.chunkSizes.maximum, params.zstdLevel) {}
+      uploader_(TargetOf(params), UploadLimit(*params.target.client)),
+      pipeline_(table_, ThreadCount(params.threads), params.chunkSizes.maximum, params.zstdLevel, params.key) {}
 
 void CChunkStream::Append(std::span<const char> data) {
     Guard([&] { AppendBytes(data); });

@@ -23,6 +23,8 @@ struct SChunkStreamParams {
     /// The storage's table of blocks and its chunks; both outlive the stream.
     std::span<const cloudbackuplib::backup::SBlockExternalId> knownBlocks;
     std::span<const SChunk> knownChunks;
+    /// What new chunks are sealed with; none for no encryption.
+    data_key_ptr key;
     int zstdLevel = 3;
     /// That digest and compress; 0 for as many as the machine runs at once.
     unsigned threads = 0;
@@ -48,7 +50,8 @@ struct SStreamResult {
     /// Of this run, in stream order, covering every appended byte once. A chunk's `block` counts on behind the known
     /// blocks: knownBlocks.size() + i is newBlocks[i].
     std::vector<SChunk> chunks;
-    /// `id` is the MD5 of the block's bytes, `number32` its size, `number64` the run's version, no key set.
+    /// `id` is the MD5 of the block's bytes, `number32` its size, `number64` the run's version, with the id of the
+    /// key.
     std::vector<cloudbackuplib::backup::SBlockExternalId> newBlocks;
     SStreamStatistics statistics;
 };

@@ -20,7 +20,8 @@ struct SBlockSizes {
     std::uint32_t maximum = 8U << 20U;
 };
 
-/// No chunk of any version is larger, plain or stored: what a reader allows a table of chunks to claim.
+/// No chunk of any version is larger, plain or stored, but for what sealing adds: what a reader allows a table of
+/// chunks to claim.
 inline constexpr std::uint32_t maxChunkSize = 1U << 20U;
 
 }  // namespace agent

@@ -3,13 +3,20 @@
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <numeric>
+#include <utility>
 #include <vector>
 
 #include "agent/cli/Command.h"
+#include "agent/cli/ConfigFile.h"
 #include "agent/cli/Failure.h"
+#include "agent/cli/Interrupt.h"
 #include "agent/cli/Output.h"
+#include "agent/cli/PasswordOptions.h"
 #include "common/logging.h"
 
 namespace agent {
@@ -20,7 +27,11 @@ struct SFlags {
     bool json = false;
     bool quiet = false;
     int verbose = 0;
+    std::string configFile;  // read before, since the others depend on it
 };
+
+const std::map<std::string, EProgressMode> progressModes{
+    {"auto", EProgressMode::automatic}, {"always", EProgressMode::always}, {"never", EProgressMode::never}};
 
 /// A deep source keeps a folder open at each level.
 void RaiseOpenFilesLimit() {
@@ -47,6 +58,7 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
         ->capture_default_str()
         ->type_name("NAME");
     app.add_option("--client", repository.client, "Whose backups to read, when they are not this machine's")
+        ->envname("CLOUDBACKUP_CLIENT")
         ->type_name("ID");
     app.add_option("--state-dir", repository.stateFolder,
                    "Where the client's id and copies of metadata are kept on this machine\n"
@@ -66,12 +78,30 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
         ->envname("CLOUDBACKUP_LIMIT_DOWNLOAD")
         ->transform(CLI::AsSizeValue(false))
         ->type_name("BYTES");
+    app.add_option("--timeout", repository.network.timeoutSeconds,
+                   "Give a connection up on which next to nothing moves for so many seconds,\n"
+                   "and try again what it was for")
+        ->envname("CLOUDBACKUP_TIMEOUT")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str()
+        ->type_name("SECONDS");
     app.add_option("--ca-file", repository.network.caFile, "Certificates to trust instead of the system's")
         ->envname("CLOUDBACKUP_CA_FILE")
         ->type_name("FILE");
-    app.add_flag("--json", flags.json, "Print results as JSON, one object a line");
-    app.add_flag("-q,--quiet", flags.quiet, "Print nothing but troubles");
-    app.add_flag("-v,--verbose", flags.verbose, "Say why something failed, with all causes; twice: log every step");
+    app.add_option("--progress", settings.progress,
+                   "Show how far a run is: auto (a line on a terminal, else one a minute),\nalways or never")
+        ->envname("CLOUDBACKUP_PROGRESS")
+        ->transform(CLI::CheckedTransformer(progressModes))
+        ->type_name("WHEN");
+    app.add_flag("--json", flags.json, "Print results as JSON, one object a line")->envname("CLOUDBACKUP_JSON");
+    app.add_flag("-q,--quiet", flags.quiet, "Print nothing but troubles")->envname("CLOUDBACKUP_QUIET");
+    app.add_flag("-v,--verbose", flags.verbose, "Say why something failed, with all causes; twice: log every step")
+        ->envname("CLOUDBACKUP_VERBOSE");
+    app.add_option("--config", flags.configFile,
+                   "Where these options may stand as well, one \"name = value\" a line\n"
+                   "(default: $XDG_CONFIG_HOME/cloudbackup/config.toml or ~/.config/cloudbackup/config.toml)")
+        ->envname("CLOUDBACKUP_CONFIG")
+        ->type_name("FILE");
 }
 
 void CompleteRepository(SRepositoryOptions& repository) {
@@ -101,12 +131,57 @@ void ReportFailure(const std::exception& failure, const SFlags& flags) {
     PrintTrouble(text);
 }
 
+void ReportInterruption(const SFlags& flags) {
+    if (flags.json) {
+        PrintJson({{"event", "interrupted"}, {"message", GetInterruptMessage()}});
+    }
+    PrintTrouble(GetInterruptMessage());
+}
+
+/// How many letters must be changed, put in or left out to make one text of the other.
+std::size_t DistanceOf(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t same = diagonal + (a[i] == b[j] ? 0U : 1U);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({same, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+std::string DescribeUnknownCommand(const CLI::App& app, const std::string& word) {
+    std::string best;
+    std::size_t distance = 3;  // what is further off is no slip
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        const std::size_t away = DistanceOf(word, command->get_name());
+        if (away < distance) {
+            best = command->get_name();
+            distance = away;
+        }
+    }
+    return "'" + word + "' is no command" + (best.empty() ? "" : "; did you mean '" + best + "'?");
+}
+
+std::string DescribeWrongUse(const CLI::App& app, const std::exception& failure) {
+    const std::vector<std::string> rest = app.remaining(false);
+    const bool isUnknown = !rest.empty() && !rest.front().starts_with('-') && app.get_subcommands().empty();
+    return isUnknown ? DescribeUnknownCommand(app, rest.front()) : failure.what();
+}
+
 using commands_t = std::vector<std::pair<CLI::App*, std::unique_ptr<ICommand>>>;
 
 commands_t RegisterCommands(CLI::App& app) {
     commands_t commands;
-    for (auto make : {MakeInitCommand, MakeBackupCommand, MakeCheckpointsCommand, MakeLsCommand, MakeRestoreCommand,
-                      MakeSpecCommand, MakeCheckClientCommand}) {
+    for (auto make :
+         {MakeInitCommand,        MakeBackupCommand,       MakeCheckpointsCommand, MakeLsCommand,    MakeFindCommand,
+          MakeDiffCommand,        MakeCatCommand,          MakeStatsCommand,       MakeCheckCommand, MakeRepairCommand,
+          MakeRestoreCommand,     MakeForgetCommand,       MakePruneCommand,       MakeKeepCommand,  MakeClientsCommand,
+          MakeOwnerCommand,       MakeRepositoriesCommand, MakeDeleteCommand,      MakeKeyCommand,   MakeSpecCommand,
+          MakeCheckClientCommand, MakeCompletionCommand,   MakeManualCommand}) {
         auto command = make();
         CLI::App* const parser = command->Register(app);
         commands.emplace_back(parser, std::move(command));
@@ -131,6 +206,10 @@ int RunCommand(ICommand& command, const SSettings& settings, const SFlags& flags
         ReportFailure(failure, flags);
         return exitWrongUse;
     } catch (const std::exception& failure) {
+        if (IsInterrupted()) {  // whatever failed since then, failed for that
+            ReportInterruption(flags);
+            return exitInterrupted;
+        }
         ReportFailure(failure, flags);
         return exitFailed;
     }
@@ -143,15 +222,21 @@ int RunApp(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "cloudbackup " CLOUDBACKUP_VERSION);
-    app.footer("Exit codes: 0 done, 1 failed, 2 wrong use, 3 finished but some files could not be read.");
+    app.footer(
+        "Exit codes: 0 done, 1 failed, 2 wrong use, 3 finished but some files could not be read\n"
+        "or restored, 130 interrupted.");
 
     SSettings settings;
     SFlags flags;
+    CPasswordOptions passwords;
     AddGlobalOptions(app, settings, flags);
+    passwords.Register(app, settings.repository.keys);
 
     const commands_t commands = RegisterCommands(app);
     ICommand* chosen = nullptr;
     try {
+        const std::string configFile = GivenConfigFile(argc, argv);
+        LoadConfigFile(app, configFile.empty() ? DefaultConfigFile() : configFile, !configFile.empty());
         app.parse(argc, argv);
         chosen = &ChosenCommand(commands);
         if (chosen->NeedsRepository()) {
@@ -162,7 +247,7 @@ int RunApp(int argc, const char* const* argv) {
         if (failure.get_exit_code() == 0) {  // --help, --version
             return app.exit(failure);
         }
-        PrintTrouble(std::string(failure.what()) + " (see 'cloudbackup --help')");
+        PrintTrouble(DescribeWrongUse(app, failure) + " (see 'cloudbackup --help')");
         return exitWrongUse;
     } catch (const std::exception& failure) {
         ReportFailure(failure, flags);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/cli/Output.h"
+#include "agent/cli/ProgressPrinter.h"
 #include "agent/run/OpenedRepository.h"
 #include "common/exc.h"
 
@@ -15,13 +16,15 @@ enum EExit : int {
     exitDone = 0,
     exitFailed = 1,
     exitWrongUse = 2,
-    exitIncomplete = 3,  ///< finished, but some files could not be read or restored; each is named
+    exitIncomplete = 3,     ///< finished, but some files could not be read or restored; each is named
+    exitInterrupted = 130,  ///< by the user
 };
 
 /// What every command is told.
 struct SSettings {
     SRepositoryOptions repository;
     EOutput output = EOutput::text;
+    EProgressMode progress = EProgressMode::automatic;
     /// How often -v was given.
     int verbose = 0;
 };
@@ -45,14 +48,30 @@ public:
 };
 
 /// The argument that names a checkpoint: an id, or "latest".
-void AddCheckpointArgument(CLI::App& command, std::string& checkpoint);
+CLI::Option* AddCheckpointArgument(CLI::App& command, std::string& checkpoint, const std::string& name = "CHECKPOINT");
 
 [[nodiscard]] std::unique_ptr<ICommand> MakeInitCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeBackupCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeCheckpointsCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeLsCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeFindCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeDiffCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeCatCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeStatsCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeCheckCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeRepairCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeRestoreCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeForgetCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakePruneCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeKeepCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeClientsCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeOwnerCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeRepositoriesCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeDeleteCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeKeyCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeSpecCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeCompletionCommand();
+[[nodiscard]] std::unique_ptr<ICommand> MakeManualCommand();
 [[nodiscard]] std::unique_ptr<ICommand> MakeCheckClientCommand();
 
 }  // namespace agent

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/Command.h"
+#include "agent/cli/PasswordOptions.h"
 
 namespace agent {
 
@@ -8,17 +9,30 @@ namespace {
 
 class CInitCommand : public ICommand {
 public:
-    CLI::App* Register(CLI::App& app) override { return app.add_subcommand("init", "Make a new repository"); }
+    CLI::App* Register(CLI::App& app) override {
+        CLI::App* command = app.add_subcommand("init", "Make a new repository");
+        AddFirstKeyOptions(*command, keys_);
+        return command;
+    }
 
     int Run(const SSettings& settings) override {
-        const guid::guid_t id = CreateRepository(settings.repository);
+        SRepositoryOptions options = settings.repository;
+        options.keys.noEncryption = keys_.noEncryption;
+        options.keys.cost = keys_.cost;
+        const guid::guid_t id = CreateRepository(options);
         if (settings.output == EOutput::json) {
             PrintJson({{"event", "repository"}, {"id", id.ToAStr()}, {"location", settings.repository.location}});
         } else if (settings.output == EOutput::text) {
             PrintLine("Made repository " + id.ToAStr() + " at " + settings.repository.location);
+            PrintLine(keys_.noEncryption ? "What this machine stores in it is not encrypted"
+                                         : "What this machine stores in it is encrypted: without the password, or a "
+                                           "file made by 'cloudbackup key export', nobody can read it, you neither");
         }
         return exitDone;
     }
+
+private:
+    SKeyOptions keys_;
 };
 
 }  // namespace

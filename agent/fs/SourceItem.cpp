@@ -37,9 +37,39 @@ EEntryType TypeOf(unsigned mode) {
 
 STime ToTime(const struct statx_timestamp& time) { return {time.tv_sec, time.tv_nsec}; }
 
+struct statx Stat(int fd, const char* name, int flags, const std::string& path) {
+    struct statx info {};
+    if (::statx(fd, name, flags, STATX_BASIC_STATS | STATX_BTIME, &info) != 0) {
+        throw posix::CPosixExc("look at", path, errno);
+    }
+    return info;
+}
+
+SEntry ToEntry(const struct statx& info) {
+    SEntry entry;
+    entry.type = TypeOf(info.stx_mode);
+    entry.mode = info.stx_mode & 07777U;
+    entry.uid = info.stx_uid;
+    entry.gid = info.stx_gid;
+    entry.mtime = ToTime(info.stx_mtime);
+    entry.ctime = ToTime(info.stx_ctime);
+    if ((info.stx_mask & STATX_BTIME) != 0) {
+        entry.btime = ToTime(info.stx_btime);
+    }
+    entry.device = makedev(info.stx_dev_major, info.stx_dev_minor);
+    entry.inode = info.stx_ino;
+    if (entry.type == EEntryType::file) {
+        entry.size = info.stx_size;
+    }
+    if (entry.type == EEntryType::charDevice || entry.type == EEntryType::blockDevice) {
+        entry.rdev = makedev(info.stx_rdev_major, info.stx_rdev_minor);
+    }
+    return entry;
+}
+
 /// A path that names the item itself through its folder's descriptor: the xattr calls know no "at" variants.
 std::string ProcPath(const SSourceItem& item) {
-    return "/proc/self/fd/" + std::to_string(item.parentFd) + (item.name == "." ? "" : "/" + item.name);
+    return "/proc/self/fd/" + std::to_string(item.parentFd) + "/" + item.name;
 }
 
 /// Asks again with a larger buffer while the answer grows.
@@ -62,38 +92,23 @@ std::string ReadGrowing(const SSourceItem& item, const char* operation, const Ca
 }  // namespace
 
 SSourceItem StatItem(int parentFd, const std::string& name, const std::string& path) {
-    struct statx info {};
-    if (::statx(parentFd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_BASIC_STATS | STATX_BTIME,
-                &info) != 0) {
-        throw posix::CPosixExc("look at", path, errno);
-    }
-    SSourceItem item{path, parentFd, name, {}, info.stx_nlink};
-    SEntry& entry = item.entry;
-    entry.type = TypeOf(info.stx_mode);
-    entry.mode = info.stx_mode & 07777U;
-    entry.uid = info.stx_uid;
-    entry.gid = info.stx_gid;
-    entry.mtime = ToTime(info.stx_mtime);
-    entry.ctime = ToTime(info.stx_ctime);
-    if ((info.stx_mask & STATX_BTIME) != 0) {
-        entry.btime = ToTime(info.stx_btime);
-    }
-    entry.device = makedev(info.stx_dev_major, info.stx_dev_minor);
-    entry.inode = info.stx_ino;
-    if (entry.type == EEntryType::file) {
-        entry.size = info.stx_size;
-    }
-    if (entry.type == EEntryType::charDevice || entry.type == EEntryType::blockDevice) {
-        entry.rdev = makedev(info.stx_rdev_major, info.stx_rdev_minor);
-    }
-    return item;
+    const auto info = Stat(parentFd, name.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, path);
+    return {path, parentFd, name, ToEntry(info), info.stx_nlink};
+}
+
+SEntry StatOpened(const posix::posix_file_t& file) {
+    return ToEntry(Stat(file.GetFd(), "", AT_EMPTY_PATH, file.GetPath()));
 }
 
 bool IsSocket(const SSourceItem& item) { return item.entry.type == noType; }
 
-bool IsUnchanged(const SEntry& known, const SEntry& now) {
-    return !known.recheck && known.type == now.type && known.size == now.size && known.mtime == now.mtime &&
-           known.ctime == now.ctime && known.inode == now.inode;
+bool IsUnchanged(const SEntry& known, const SEntry& now, const SChangeSigns& signs) {
+    if (known.recheck || known.type != now.type || known.size != now.size || known.mtime != now.mtime ||
+        (!signs.ignoreInode && known.inode != now.inode)) {
+        return false;
+    }
+    return signs.ignoreCtime ? known.mode == now.mode && known.uid == now.uid && known.gid == now.gid
+                             : known.ctime == now.ctime;
 }
 
 posix::posix_file_t OpenItem(const SSourceItem& item) {

@@ -24,11 +24,21 @@ struct SSourceItem {
 /// Stats a name without following a link. Throws posix::CPosixExc. A socket gives no entry type: see IsSocket.
 [[nodiscard]] SSourceItem StatItem(int parentFd, const std::string& name, const std::string& path);
 
+/// The state of the very file that was opened for the item, whatever bears its name by now.
+[[nodiscard]] SEntry StatOpened(const posix::posix_file_t& file);
+
 /// Sockets are a running program's; there is nothing in them to keep.
 [[nodiscard]] bool IsSocket(const SSourceItem& item);
 
-/// True when nothing points at a change of the content since `known` was stored.
-[[nodiscard]] bool IsUnchanged(const SEntry& known, const SEntry& now);
+/// Which signs of a change do not count: there are file systems that make inodes or ctimes up each time.
+struct SChangeSigns {
+    bool ignoreCtime = false;
+    bool ignoreInode = false;
+};
+
+/// True when nothing points at a change since `known` was stored: type, size, mtime, ctime and inode are the same.
+/// Without the ctime, mode and owner stand for it.
+[[nodiscard]] bool IsUnchanged(const SEntry& known, const SEntry& now, const SChangeSigns& signs = {});
 
 /// Opens a file for reading without following a link, and without touching its access time where that is allowed.
 [[nodiscard]] posix::posix_file_t OpenItem(const SSourceItem& item);

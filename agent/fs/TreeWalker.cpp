@@ -58,13 +58,24 @@ std::vector<std::string> ReadNames(const posix::fd_t& folder, const std::string&
 
 class CWalk {
 public:
-    explicit CWalk(ITreeVisitor& visitor) : visitor_(visitor) {}
+    CWalk(ITreeVisitor& visitor, ITreeFilter* filter) : visitor_(visitor), filter_(filter) {}
 
-    /// `prefix` is what the names' paths begin with.
-    void VisitNames(const posix::fd_t& folder, const std::vector<std::string>& names, const std::string& prefix) {
+    /// The folder itself has been visited already.
+    void VisitContent(const SSourceItem& item, const posix::fd_t& folder, std::vector<std::string> names) {
+        if (filter_ != nullptr) {
+            filter_->EnterFolder(item, folder.Get(), names);
+        }
+        const std::string prefix = item.path.empty() ? "" : item.path + "/";
         for (const auto& name : names) {
             VisitName(folder, name, prefix + name);
         }
+        if (filter_ != nullptr) {
+            filter_->LeaveFolder();
+        }
+    }
+
+    [[nodiscard]] std::optional<std::vector<std::string>> NamesOf(const SSourceItem& folder) const {
+        return filter_ == nullptr ? std::nullopt : filter_->NamesOf(folder);
     }
 
 private:
@@ -73,29 +84,39 @@ private:
         try {
             item = StatItem(folder.Get(), name, path);
         } catch (const posix::CPosixExc& failure) {
-            visitor_.OnError(path, false, failure);
+            if (filter_ == nullptr || filter_->TakesUnseen(path)) {
+                visitor_.OnError(path, false, failure);
+            }
+            return;
+        }
+        if (filter_ != nullptr && !filter_->Takes(item)) {
             return;
         }
         visitor_.OnItem(item);
         if (item.entry.type == EEntryType::directory) {
-            VisitFolder(folder, name, path);
+            VisitFolder(folder, item);
         }
     }
 
-    void VisitFolder(const posix::fd_t& parent, const std::string& name, const std::string& path) {
+    void VisitFolder(const posix::fd_t& parent, const SSourceItem& item) {
+        auto known = NamesOf(item);
+        if (known && known->empty()) {
+            return;
+        }
         posix::fd_t folder;
         std::vector<std::string> names;
         try {
-            folder = OpenFolder(parent.Get(), name, O_NOFOLLOW, path);
-            names = ReadNames(folder, path);
+            folder = OpenFolder(parent.Get(), item.name, O_NOFOLLOW | (known ? O_PATH : 0), item.path);
+            names = known ? *std::move(known) : ReadNames(folder, item.path);
         } catch (const posix::CPosixExc& failure) {
-            visitor_.OnError(path, true, failure);
+            visitor_.OnError(item.path, true, failure);
             return;
         }
-        VisitNames(folder, names, path + "/");
+        VisitContent(item, folder, std::move(names));
     }
 
     ITreeVisitor& visitor_;
+    ITreeFilter* const filter_;
 };
 
 void VisitSingleFile(const std::string& root, ITreeVisitor& visitor) {
@@ -107,7 +128,7 @@ void VisitSingleFile(const std::string& root, ITreeVisitor& visitor) {
 
 }  // namespace
 
-void WalkTree(const std::string& root, ITreeVisitor& visitor) {
+void WalkTree(const std::string& root, ITreeVisitor& visitor, ITreeFilter* filter) {
     posix::fd_t folder;
     try {
         folder = OpenFolder(AT_FDCWD, root, 0, root);
@@ -118,9 +139,12 @@ void WalkTree(const std::string& root, ITreeVisitor& visitor) {
         VisitSingleFile(root, visitor);
         return;
     }
-    const auto names = ReadNames(folder, root);
-    visitor.OnItem(StatItem(folder.Get(), ".", ""));
-    CWalk(visitor).VisitNames(folder, names, "");
+    CWalk walk(visitor, filter);
+    const SSourceItem item = StatItem(folder.Get(), ".", "");
+    auto known = walk.NamesOf(item);
+    auto names = known ? *std::move(known) : ReadNames(folder, root);
+    visitor.OnItem(item);
+    walk.VisitContent(item, folder, std::move(names));
 }
 
 }  // namespace agent

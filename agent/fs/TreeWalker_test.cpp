@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 
 #include "agent/model/PathOrder.h"
 #include "tests/support/TempDir.h"
@@ -108,6 +109,24 @@ TEST(SourceItem, AnyChangeOfSizeTimesOrInodeCounts) {
     SEntry recheck = known;
     recheck.recheck = true;
     EXPECT_FALSE(IsUnchanged(recheck, known));
+}
+
+TEST(SourceItem, CtimeAndInodeCanBeLeftOutOfTheSigns) {
+    SEntry known;
+    SEntry now = known;
+    now.ctime = {1, 0};
+    EXPECT_TRUE(IsUnchanged(known, now, {.ignoreCtime = true}));
+    EXPECT_FALSE(IsUnchanged(known, now, {.ignoreInode = true}));
+    now.inode = 1;
+    EXPECT_FALSE(IsUnchanged(known, now, {.ignoreCtime = true}));
+    EXPECT_TRUE(IsUnchanged(known, now, {.ignoreCtime = true, .ignoreInode = true}));
+    for (const auto& change : std::vector<std::function<void(SEntry&)>>{
+             [](SEntry& e) { e.mode = 1; }, [](SEntry& e) { e.uid = 1; }, [](SEntry& e) { e.gid = 1; },
+             [](SEntry& e) { e.mtime.seconds = 1; }, [](SEntry& e) { e.size = 1; }}) {
+        SEntry changed = now;
+        change(changed);
+        EXPECT_FALSE(IsUnchanged(known, changed, {.ignoreCtime = true, .ignoreInode = true}));
+    }
 }
 
 }  // namespace

@@ -40,9 +40,7 @@ std::string Decompress(const std::string& stored, std::uint64_t plainSize) {
     return plain;
 }
 
-}  // namespace
-
-SStoredBank StoreBank(std::string plain) {
+SStoredBank CompressBank(std::string plain) {
     std::string packed = Compress(plain);
     if (packed.size() >= plain.size() || plain.size() > packed.size() * maxExpansion + expansionAllowance) {
         return {std::move(plain), EBankCodec::plain};
@@ -50,9 +48,25 @@ SStoredBank StoreBank(std::string plain) {
     return {std::move(packed), EBankCodec::zstd};
 }
 
-std::string UnstoreBank(const SMetaBank& bank, std::string stored) {
+/// A bank that stands elsewhere in the file is not the one that is looked for.
+std::string PlaceOf(std::uint64_t offset) { return "bank at " + std::to_string(offset); }
+
+}  // namespace
+
+SStoredBank StoreBank(std::string plain, std::uint64_t offset, const std::optional<SBankSeal>& seal) {
+    SStoredBank bank = CompressBank(std::move(plain));
+    if (seal) {
+        bank.bytes = SealText(seal->key, PlaceOf(offset), bank.bytes);
+    }
+    return bank;
+}
+
+std::string UnstoreBank(const SMetaBank& bank, std::string stored, const std::optional<SBankSeal>& seal) {
     if (digest::Sha256(stored) != bank.sha256) {
         throw exc::CRuntimeExc("its bytes are damaged");
+    }
+    if (seal) {
+        stored = OpenText(seal->key, PlaceOf(bank.offset), stored);
     }
     if (bank.codec == EBankCodec::plain) {
         return stored;

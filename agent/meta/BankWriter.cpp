@@ -8,8 +8,9 @@
 
 namespace agent::meta {
 
-CBankWriter::CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks)
+CBankWriter::CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks, const std::optional<SBankSeal>& seal)
     : file_(file),
+      seal_(seal),
       banks_(std::move(banks)),
       end_(banks_.empty() ? headerSize : banks_.back().offset + banks_.back().storedSize) {}
 
@@ -70,11 +71,11 @@ void CBankWriter::Finish() {
     SMetaBank bank;
     bank.offset = end_;
     bank.plainSize = plain_.size();
-    const SStoredBank stored = StoreBank(std::exchange(plain_, {}));
+    const SStoredBank stored = StoreBank(std::exchange(plain_, {}), end_, seal_);
     bank.storedSize = stored.bytes.size();
     bank.codec = stored.codec;
     bank.sha256 = digest::Sha256(stored.bytes);
-    CheckBank(bank);
+    CheckBank(bank, seal_.has_value());
     file_.WriteAt(end_, stored.bytes);
     end_ += bank.storedSize;
     banks_.push_back(bank);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/meta/BankCodec.h"
 #include "agent/meta/MetaHeader.h"
 #include "agent/meta/MetaState.h"
 #include "agent/meta/Records.h"
@@ -16,7 +17,7 @@ namespace agent::meta {
 class CBankWriter {
 public:
     /// `banks` is the table so far; writing goes on behind its last bank.
-    CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks);
+    CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks, const std::optional<SBankSeal>& seal);
 
     void AddChanges(const SMetaChanges& changes);
     void AddAll(const CMetaState& state);
@@ -35,6 +36,7 @@ private:
     void AddEntries(const packed_entries_t& entries);
 
     posix::posix_file_t& file_;
+    const std::optional<SBankSeal>& seal_;
     std::vector<SMetaBank> banks_;
     std::string plain_;
     CChunkBase base_;

@@ -23,7 +23,7 @@ constexpr std::size_t headerDigestPlace = headerSize - 32;
 inline std::string AssembleFile(SMetaHeader header, const std::vector<std::string>& plainBanks) {
     std::string banks;
     for (const auto& plain : plainBanks) {
-        SStoredBank stored = StoreBank(plain);
+        SStoredBank stored = StoreBank(plain, 0, {});
         header.banks.push_back(
             {headerSize + banks.size(), stored.bytes.size(), plain.size(), stored.codec, digest::Sha256(stored.bytes)});
         banks += stored.bytes;

@@ -161,7 +161,7 @@ std::string StoredAs(const std::string& stored, std::uint64_t plainSize) {
 
 TEST(MetaDamage, RefusesFramesThatAreNotWhatTheTableSays) {
     const std::string plain(5000, 'x');
-    const std::string frame = meta::StoreBank(plain).bytes;
+    const std::string frame = meta::StoreBank(plain, meta::headerSize, {}).bytes;
     const auto says = [](const std::string& text) { return "Cannot read metadata file 'file': bank 0: " + text; };
     ASSERT_LT(frame.size(), 100U);
     EXPECT_EQ(Refusal(StoredAs(frame, 4999)), says("it is not one compressed frame of 4999 bytes"));

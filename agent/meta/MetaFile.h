@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/keys/KeyRing.h"
 #include "agent/meta/MetaHeader.h"
 #include "agent/meta/MetaState.h"
 #include "cloudbackuplib/MetaLocationDescr.h"
@@ -26,10 +27,10 @@ struct SMeta {
 [[nodiscard]] SMetaHeader ReadMetaHeader(const std::string& path);
 
 /// The whole metadata. The bytes may come from anyone: what is returned holds together in all that its types promise,
-/// and memory grows with the bytes that are really there, not with what they claim.
-[[nodiscard]] SMeta ReadMeta(const std::string& path);
+/// and memory grows with the bytes that are really there, not with what they claim. `keys` open what is sealed.
+[[nodiscard]] SMeta ReadMeta(const std::string& path, const CKeyRing& keys = {});
 /// `name` stands for the extent in messages.
-[[nodiscard]] SMeta ReadMeta(io::stg::IStgExtent& extent, const std::string& name);
+[[nodiscard]] SMeta ReadMeta(io::stg::IStgExtent& extent, const std::string& name, const CKeyRing& keys = {});
 
 /// Whether the file holds this version, whole and with every byte as it was written. What is wrong is logged.
 [[nodiscard]] bool IsIntact(const std::string& path, std::uint64_t version);
@@ -61,10 +62,12 @@ struct SMetaTarget {
     guid::guid_t storageId;
     /// Higher than the old file's.
     std::uint64_t version = 0;
+    /// What the banks are sealed with; none for no encryption.
+    data_key_ptr key = {};
 };
 
 /// Writes the next version: the old file's banks and behind them what changed; or, when dead records outweigh the live
-/// ones or the bank table is full, only what is live.
+/// ones, the bank table is full, or the old banks are sealed otherwise, only what is live.
 ///
 /// `state` is what the old file says and becomes, exactly, what the new file says (after a rewrite blocks have new
 /// places in the table). When it throws, there is no new file, and the state is to be let go.

@@ -67,7 +67,7 @@ TEST(MetaGolden, WritesTheseRecords) {
     CMetaState state;
     WriteMeta({std::nullopt, dir / "1", storageId, 1}, state, SmallChanges());
     const SMetaBank bank = ReadMetaHeader(dir / "1").banks.at(0);
-    EXPECT_EQ(HexOf(meta::UnstoreBank(bank, ReadFileBytes(dir / "1").substr(8192))), HexOf(BytesOf(smallRecords)));
+    EXPECT_EQ(HexOf(meta::UnstoreBank(bank, ReadFileBytes(dir / "1").substr(8192), {})), HexOf(BytesOf(smallRecords)));
 }
 
 TEST(MetaGolden, ReadsACompressedFile) {

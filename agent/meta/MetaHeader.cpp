@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/keys/Sealing.h"
 #include "agent/meta/ByteCodec.h"
 #include "agent/meta/MetaLimits.h"
 #include "common/exc.h"
@@ -16,7 +17,9 @@ using meta::PutFixed;
 /// The line end in it shows a transfer that took the file for text.
 constexpr std::string_view magic("CBMETA\r\n", 8);
 constexpr std::uint32_t formatVersion = 1;
-constexpr std::size_t keySetIdSize = 16;
+/// How banks are protected.
+constexpr std::uint32_t protectedByNothing = 0;
+constexpr std::uint32_t protectedByAes256Gcm = 1;
 constexpr std::size_t bankTableOffset = 480;
 constexpr std::size_t bankRowSize = 64;
 constexpr std::size_t digestOffset = meta::headerSize - 32;
@@ -72,7 +75,7 @@ void GetBanks(CByteCursor& cursor, SMetaHeader& header, std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i) {
         try {
             header.banks.push_back(GetBank(cursor));
-            meta::CheckBank(header.banks.back());
+            meta::CheckBank(header.banks.back(), header.IsSealed());
         } catch (const exc::CExc& failure) {
             exc::RegenTraceExc(failure, "row %1 of the bank table", i);
         }
@@ -110,17 +113,22 @@ void CheckFormat(std::string_view bytes) {
     }
 }
 
-void CheckProtection(CByteCursor& cursor) {
+crypto::SRawKeySetId GetProtection(CByteCursor& cursor) {
     const auto flags = cursor.Fixed<std::uint32_t>();
     if (flags != 0) {
         throw exc::CRuntimeExc("flags %1 are not known; a newer version may have written them", flags);
     }
-    const auto encryption = cursor.Fixed<std::uint32_t>();
-    if (encryption != 0) {
-        throw exc::CRuntimeExc("encryption kind %1 is not supported", encryption);
+    const auto protection = cursor.Fixed<std::uint32_t>();
+    if (protection > protectedByAes256Gcm) {
+        throw exc::CRuntimeExc("encryption kind %1 is not supported", protection);
     }
-    const std::size_t keySetId = cursor.GetPosition();
-    RequireZeros(cursor.Bytes(keySetIdSize), keySetId);
+    crypto::SRawKeySetId keySetId;
+    keySetId.bytes = GetArray<crypto::SRawKeySetId::size>(cursor);
+    const bool hasKey = keySetId != crypto::SRawKeySetId();
+    if (hasKey != (protection == protectedByAes256Gcm)) {
+        throw exc::CRuntimeExc("encryption kind %1 and key '%2' do not go together", protection, keySetId.ToAStr());
+    }
+    return keySetId;
 }
 
 void CheckNumbers(const SMetaHeader& header) {
@@ -148,18 +156,20 @@ std::uint64_t SMetaHeader::GetFileSize() const {
     return banks.empty() ? meta::headerSize : banks.back().offset + banks.back().storedSize;
 }
 
-void meta::CheckBank(const SMetaBank& bank) {
+void meta::CheckBank(const SMetaBank& bank, bool isSealed) {
     if (bank.codec > EBankCodec::zstd) {
         throw exc::CRuntimeExc("bank codec %1 is not known", static_cast<unsigned>(bank.codec));
     }
-    // A bank is written only where it is not larger than its records.
-    if (bank.storedSize == 0 || bank.storedSize > bank.plainSize || bank.plainSize > maxBankPlainSize) {
+    // A bank is written only where it is not larger than its records, but for what sealing adds.
+    const std::uint64_t added = isSealed ? sealOverhead : 0;
+    const std::uint64_t size = bank.storedSize - std::min(added, bank.storedSize);
+    if (size == 0 || size > bank.plainSize || bank.plainSize > maxBankPlainSize) {
         throw exc::CRuntimeExc("a bank of %1 bytes, stored as %2, is not possible", bank.plainSize, bank.storedSize);
     }
-    if (bank.plainSize > bank.storedSize * maxExpansion + expansionAllowance) {
+    if (bank.plainSize > size * maxExpansion + expansionAllowance) {
         throw exc::CRuntimeExc("%1 stored bytes claim to hold %2", bank.storedSize, bank.plainSize);
     }
-    if (bank.codec == EBankCodec::plain && bank.storedSize != bank.plainSize) {
+    if (bank.codec == EBankCodec::plain && size != bank.plainSize) {
         throw exc::CRuntimeExc("a plain bank of %1 bytes cannot be stored as %2", bank.plainSize, bank.storedSize);
     }
 }
@@ -170,8 +180,8 @@ std::string meta::SerializeHeader(SMetaHeader& header) {
     PutFixed(out, formatVersion);
     PutFixed(out, static_cast<std::uint32_t>(headerSize));
     PutFixed(out, std::uint32_t{0});  // flags
-    PutFixed(out, std::uint32_t{0});  // encryption: none
-    out.append(keySetIdSize, '\0');
+    PutFixed(out, header.IsSealed() ? protectedByAes256Gcm : protectedByNothing);
+    PutBytes(out, header.keySetId.bytes);
     PutBytes(out, header.storageId.GetBytes());
     for (const auto number : {header.version, header.previousVersion, header.streamEnd, header.entries, header.chunks,
                               header.blocks, header.deadRecords}) {
@@ -193,8 +203,8 @@ SMetaHeader meta::ParseHeader(std::string_view bytes) {
     const std::size_t begin = magic.size() + 2 * sizeof(std::uint32_t);
     CByteCursor cursor(bytes.substr(0, digestOffset));
     cursor.Bytes(begin);
-    CheckProtection(cursor);
     SMetaHeader header;
+    header.keySetId = GetProtection(cursor);
     header.storageId = guid::guid_t(GetArray<16>(cursor));
     for (auto* number : {&header.version, &header.previousVersion, &header.streamEnd, &header.entries, &header.chunks,
                          &header.blocks, &header.deadRecords}) {

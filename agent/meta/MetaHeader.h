@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "common/crypto/key_set.h"
 #include "common/digest.h"
 #include "common/guid.h"
 
@@ -28,6 +29,8 @@ struct SMetaBank {
 /// The header of a storage's metadata file. A plain value.
 struct SMetaHeader {
     guid::guid_t storageId;
+    /// The key that the banks are sealed with; zero for none.
+    crypto::SRawKeySetId keySetId;
     std::uint64_t version = 0;
     /// The version that this one was made from; 0 for none.
     std::uint64_t previousVersion = 0;
@@ -43,6 +46,7 @@ struct SMetaHeader {
     /// The digest at the header's own end; set by what reads or writes it.
     digest::sha256_digest_t sha256;
 
+    [[nodiscard]] bool IsSealed() const { return keySetId != crypto::SRawKeySetId(); }
     [[nodiscard]] std::uint64_t CountLive() const { return entries + chunks + blocks; }
     /// Header and banks.
     [[nodiscard]] std::uint64_t GetFileSize() const;
@@ -57,7 +61,7 @@ namespace meta {
 /// Throws exc::CRuntimeExc for bytes that are not a whole header of a format that is known.
 [[nodiscard]] SMetaHeader ParseHeader(std::string_view bytes);
 /// Throws exc::CRuntimeExc for a row of the table that is not possible.
-void CheckBank(const SMetaBank& bank);
+void CheckBank(const SMetaBank& bank, bool isSealed);
 
 }  // namespace meta
 }  // namespace agent

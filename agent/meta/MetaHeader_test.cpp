@@ -79,9 +79,9 @@ TEST(MetaHeader, RefusesWhatANewerVersionMayMean) {
     EXPECT_EQ(RefusalAt(8, "00"), "format version 0 is not supported");
     EXPECT_EQ(RefusalAt(12, "00400000"), "a header of 16384 bytes is not supported");
     EXPECT_EQ(RefusalAt(16, "01"), "flags 1 are not known; a newer version may have written them");
-    EXPECT_EQ(RefusalAt(20, "01"), "encryption kind 1 is not supported");
-    EXPECT_EQ(RefusalAt(24, "01"), "byte 24 of the header is in use; a newer version may have written it");
-    EXPECT_EQ(RefusalAt(39, "01"), "byte 39 of the header is in use; a newer version may have written it");
+    EXPECT_EQ(RefusalAt(20, "02"), "encryption kind 2 is not supported");
+    EXPECT_EQ(RefusalAt(24, "01"), "encryption kind 0 and key '01000000000000000000000000000000' do not go together");
+    EXPECT_EQ(RefusalAt(39, "01"), "encryption kind 0 and key '00000000000000000000000000000001' do not go together");
     EXPECT_EQ(RefusalAt(116, "01"), "byte 116 of the header is in use; a newer version may have written it");
     EXPECT_EQ(RefusalAt(479, "01"), "byte 479 of the header is in use; a newer version may have written it");
     EXPECT_EQ(RefusalAt(608, "01"), "byte 608 of the header is in use; a newer version may have written it");

@@ -28,14 +28,24 @@ void CheckCounts(const SMetaHeader& header, const CMetaState& state, const SMeta
     }
 }
 
-std::uint64_t ReplayBanks(io::stg::IStgExtent& extent, const SMetaHeader& header, CMetaState& state) {
+/// How the banks of that file are sealed; nothing where they are not.
+std::optional<meta::SBankSeal> SealOf(const SMetaHeader& header, const CKeyRing& keys) {
+    if (const data_key_ptr key = keys.FindExc(header.keySetId)) {
+        return meta::SBankSeal(*key, header.storageId);
+    }
+    return std::nullopt;
+}
+
+std::uint64_t ReplayBanks(io::stg::IStgExtent& extent, const SMetaHeader& header, const CKeyRing& keys,
+                          CMetaState& state) {
+    const auto seal = SealOf(header, keys);
     std::uint64_t records = 0;
     for (std::size_t i = 0; i < header.banks.size(); ++i) {
         const SMetaBank& bank = header.banks[i];
         try {
             std::string stored(bank.storedSize, '\0');
             meta::ReadExactly(extent, bank.offset, stored);
-            records += meta::ReplayRecords(meta::UnstoreBank(bank, std::move(stored)), state);
+            records += meta::ReplayRecords(meta::UnstoreBank(bank, std::move(stored), seal), state);
         } catch (const exc::CExc& failure) {
             exc::RegenTraceExc(failure, "bank %1", i);
         }
@@ -43,10 +53,10 @@ std::uint64_t ReplayBanks(io::stg::IStgExtent& extent, const SMetaHeader& header
     return records;
 }
 
-SMeta ReadWhole(io::stg::IStgExtent& extent) {
+SMeta ReadWhole(io::stg::IStgExtent& extent, const CKeyRing& keys) {
     SMeta result;
     result.header = meta::ReadWholeHeader(extent);
-    const std::uint64_t records = ReplayBanks(extent, result.header, result.state);
+    const std::uint64_t records = ReplayBanks(extent, result.header, keys, result.state);
     result.state.SetStreamEnd(result.header.streamEnd);
     const SMetaUsage usage = result.state.Check();
     CheckCounts(result.header, result.state, usage, records);
@@ -103,18 +113,18 @@ SMetaHeader ReadMetaHeader(const std::string& path) {
     }
 }
 
-SMeta ReadMeta(io::stg::IStgExtent& extent, const std::string& name) {
+SMeta ReadMeta(io::stg::IStgExtent& extent, const std::string& name, const CKeyRing& keys) {
     try {
-        return ReadWhole(extent);
+        return ReadWhole(extent, keys);
     } catch (const exc::CExc& failure) {
         exc::RegenTraceExc(failure, "Cannot read metadata file '%1'", name);
     }
 }
 
-SMeta ReadMeta(const std::string& path) {
+SMeta ReadMeta(const std::string& path, const CKeyRing& keys) {
     try {
         CFileExtent extent(path);
-        return ReadWhole(extent);
+        return ReadWhole(extent, keys);
     } catch (const exc::CExc& failure) {
         exc::RegenTraceExc(failure, "Cannot read metadata file '%1'", path);
     }

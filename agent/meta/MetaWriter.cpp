@@ -29,6 +29,10 @@ public:
         : target_(target), file_(file), state_(state) {
         header_.storageId = target.storageId;
         header_.version = target.version;
+        if (target.key) {
+            header_.keySetId = target.key->GetId();
+            seal_.emplace(*target.key, target.storageId);
+        }
     }
 
     SMetaLayout Write(SMetaChanges&& changes) {
@@ -55,8 +59,12 @@ private:
         const SMetaHeader old = meta::ReadWholeHeader(oldFile);
         CheckOld(old);
         header_.previousVersion = old.version;
+        if (old.keySetId != header_.keySetId) {
+            Apply(std::move(changes));
+            return false;
+        }
         CopyBanks(oldFile, old);
-        meta::CBankWriter writer(file_, old.banks);
+        meta::CBankWriter writer(file_, old.banks, seal_);
         writer.AddChanges(changes);
         writer.Finish();
         firstNew_ = old.banks.size();
@@ -104,7 +112,7 @@ private:
     void Rewrite() {
         state_.Compact(usage_);
         file_.Truncate(0);
-        meta::CBankWriter writer(file_, {});
+        meta::CBankWriter writer(file_, {}, seal_);
         writer.AddAll(state_);
         writer.Finish();
         if (writer.IsTableFull()) {
@@ -129,6 +137,7 @@ private:
     posix::posix_file_t& file_;
     CMetaState& state_;
     SMetaHeader header_;
+    std::optional<meta::SBankSeal> seal_;
     SMetaUsage usage_;
     std::size_t firstNew_ = 0;
 };

@@ -1,14 +1,10 @@
 #include "agent/run/BackupRun.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <set>
-
 #include "agent/chunk/ChunkStream.h"
 #include "agent/meta/FileExtent.h"
 #include "agent/meta/MetaFile.h"
+#include "agent/run/BackupSources.h"
+#include "agent/run/DryRun.h"
 #include "agent/run/RootMetadata.h"
 #include "agent/run/SourceBackup.h"
 #include "cloudbackuplib/CloudBackupSession.h"
@@ -21,73 +17,48 @@ namespace backup = cloudbackuplib::backup;
 
 namespace {
 
-/// The path without links, "." and "..": one source has one name.
-std::string RealPath(const std::string& path) {
-    struct SFree {
-        void operator()(char* text) const { std::free(text); }  // NOLINT: what realpath allocates is freed so
-    };
-    const std::unique_ptr<char, SFree> real(::realpath(path.c_str(), nullptr));
-    if (!real) {
-        throw posix::CPosixExc("back up", path, errno);
-    }
-    if (::access(real.get(), R_OK) != 0) {
-        throw posix::CPosixExc("read", path, errno);
-    }
-    return real.get();
-}
-
-std::vector<std::string> RealPaths(const std::vector<std::string>& sources) {
-    std::set<std::string> unique;
-    for (const auto& source : sources) {
-        unique.insert(RealPath(source));
-    }
-    return {unique.begin(), unique.end()};
-}
-
-std::string HostName() {
-    char name[256] = {};
-    return ::gethostname(name, sizeof(name) - 1) == 0 ? name : "unknown";
-}
-
 /// One backup run over one set, from the last checkpoint to the next.
 class CBackupRun {
 public:
-    CBackupRun(COpenedRepository& repository, const trouble_sink_t& onTrouble)
+    CBackupRun(COpenedRepository& repository, const SBackupOptions& options, const SBackupSinks& sinks)
         : repository_(repository),
-          onTrouble_(onTrouble),
+          options_(options),
+          sinks_(sinks),
+          progress_(sinks.onProgress),
           backup_(repository.OpenBackup4Write()),
           session_(backup::CCloudBackupSession::StartSession(backup_, backup_->GetLastCheckpointId(), false)),
           scratch_(repository.GetSetFolder()),
-          checkpoint_(backup_->GetLastCheckpointId() + 1) {
+          checkpoint_(backup_->GetLastCheckpointId() + 1),
+          metaVersion_(MakeMetaVersion(checkpoint_)) {
         document_.started = Now();
-        document_.host = HostName();
+        key_ = repository.GetKeys4Write()->GetCurrent();
         const auto& content = session_->GetCheckpoint()->GetDxr();
         if (!content.IsEmpty()) {
-            document_.roots = SSetDocument::FromText(content.GetContent()).roots;
+            document_.roots = repository.ReadDocument(checkpoint_ - 1, content.GetContent()).roots;
+        }
+        Describe(document_, options_);
+        DropRoots(document_, options_.droppedRoots);
+    }
+
+    void BackUp(const std::vector<SSourceRoot>& sources) {
+        if (!options_.input) {
+            ExpectTotals(progress_, document_, sources);
+        }
+        for (const auto& source : sources) {
+            BackUpSource(source);
+        }
+        if (options_.input) {
+            BackUpInput(*options_.input);
         }
     }
 
-    void BackUp(const std::string& source) {
-        SRoot root;
-        root.path = source;
-        root.storageId = StorageIdOf(repository_.GetClientId(), repository_.GetSet(), source);
-        root.checkpoint = checkpoint_;
-        CMetaState state = LoadKnown(source, root.storageId);
-
-        CChunkStream stream(StreamParams(state, root.storageId));
-        CSourceBackup reader(source, state, stream, onTrouble_);
-        SMetaChanges changes = reader.Run();
-        SStreamResult content = stream.Finish();
-        root.statistics = reader.GetStatistics();
-        AddContent(content, changes, root.statistics);
-
-        root.headerSha256 = WriteMetadata(root.storageId, state, std::move(changes));
-        SetRoot(std::move(root));
-    }
-
     SBackupResult Commit() {
+        if (document_.roots.empty()) {
+            throw exc::CRuntimeExc("A checkpoint without any root would hold nothing: it is not made");
+        }
         document_.finished = Now();
-        const auto checkpoint = session_->CreateCheckpoint(document_.ToText(), "");
+        CheckIsLast();
+        const auto checkpoint = session_->CreateCheckpoint(repository_.StoreDocument(checkpoint_, document_), "");
         for (const auto& written : written_) {
             util::fs_file_rename(written.newPath, written.localPath);
         }
@@ -101,11 +72,69 @@ private:
         std::shared_ptr<backup::IMetaUpdateSink> sink;  // keeps the extent that the commit reads through
     };
 
+    void BackUpSource(const SSourceRoot& source) {
+        CSelector selector = MakeSelector(options_, sinks_, source);
+        SSourceParams params = MakeSourceParams(options_, sinks_, source, selector, progress_);
+        BackUpRoot(source.path, [&](const CMetaState& state, CChunkStream& stream, SRootStatistics& statistics) {
+            params.stream = &stream;
+            CSourceBackup reader(params, state);
+            SMetaChanges changes = reader.Run();
+            statistics = reader.GetStatistics();
+            return changes;
+        });
+    }
+
+    void BackUpInput(const SInputOptions& input) {
+        BackUpRoot(input.path, [&](const CMetaState& state, CChunkStream& stream, SRootStatistics& statistics) {
+            return ReadInput(input, state, stream, progress_, statistics);
+        });
+    }
+
+    /// `read` fills the stream and gives what changes.
+    template <class Read>
+    void BackUpRoot(const std::string& path, const Read& read) {
+        SRoot root;
+        root.path = path;
+        const SRoot* const known = document_.FindRoot(path);
+        root.storageId = known != nullptr ? known->storageId
+                                          : StorageIdOf(repository_.GetClientId(), repository_.GetSet(), path, key_);
+        root.checkpoint = checkpoint_;
+        CMetaState state = LoadKnown(path, root.storageId);
+
+        CChunkStream stream(StreamParams(state, root.storageId));
+        SMetaChanges changes = read(state, stream, root.statistics);
+        SStreamResult content = stream.Finish();
+        AddContent(content, changes, root.statistics);
+
+        root.headerSha256 = WriteMetadata(root.storageId, state, std::move(changes));
+        SetRoot(std::move(root));
+    }
+
+    /// Nothing but this run may have added to the set, or taken away what it builds on, since it began.
+    void CheckIsLast() const {
+        const auto ids = backup_->EnumCheckpointsImpl(backup::CheckpointFilter::regular);
+        const unsigned long last = ids.empty() ? 0 : *ids.rbegin();
+        const unsigned long base = checkpoint_ - 1;
+        if (last > base) {
+            throw exc::CRuntimeExc(
+                "Another run has made checkpoint %1 of set '%2' while this one was under way, which began on "
+                "checkpoint %3: nothing was saved, run it again (is there another machine with a copy of this one's "
+                "state folder?)",
+                last, repository_.GetSet(), base);
+        }
+        if (last < base) {
+            throw exc::CRuntimeExc(
+                "Checkpoint %1 of set '%2', on which this run began, was deleted while it was under way: nothing was "
+                "saved, run it again",
+                base, repository_.GetSet());
+        }
+    }
+
     /// What the last checkpoint knows of the source; nothing for a source that is new.
     CMetaState LoadKnown(const std::string& source, const guid::guid_t& storageId) {
         const std::string localPath = LocalMetaPath(repository_.GetSetFolder(), storageId);
         if (const SRoot* known = document_.FindRoot(source)) {
-            return LoadRootMetadata(*session_, *known, localPath);
+            return LoadRootMetadata(*session_, *known, localPath, *repository_.GetKeys());
         }
         util::fs_file_delete(localPath);
         session_->PrepareStorageForAccess(storageId, localPath, 0);
@@ -121,6 +150,7 @@ private:
         params.streamOffset = state.GetStreamEnd();
         params.knownBlocks = state.GetBlocks();
         params.knownChunks = state.GetChunks();
+        params.key = key_;
         return params;
     }
 
@@ -138,7 +168,7 @@ private:
         SWritten written;
         written.localPath = LocalMetaPath(repository_.GetSetFolder(), storageId);
         written.newPath = LocalMetaPath(scratch_.GetPath(), storageId);
-        SMetaTarget target{std::nullopt, written.newPath, storageId, checkpoint_};
+        SMetaTarget target{std::nullopt, written.newPath, storageId, metaVersion_, key_};
         if (state.GetOrigin()) {
             target.oldPath = written.localPath;
         }
@@ -161,34 +191,66 @@ private:
     }
 
     COpenedRepository& repository_;
-    const trouble_sink_t& onTrouble_;
+    const SBackupOptions& options_;
+    const SBackupSinks& sinks_;
+    CProgressCounter progress_;
     const std::shared_ptr<backup::CCloudBackup> backup_;
     const std::shared_ptr<backup::CCloudBackupSession> session_;
     const CScratchFolder scratch_;
     const std::uint64_t checkpoint_;
+    const std::uint64_t metaVersion_;
+    data_key_ptr key_;  // none without encryption
     SSetDocument document_;
     std::vector<SWritten> written_;
 };
 
 }  // namespace
 
-SBackupResult RunBackup(const SRepositoryOptions& options, const std::vector<std::string>& sources,
-                        const trouble_sink_t& onTrouble) {
-    const auto paths = RealPaths(sources);
-    auto repository = COpenedRepository::Open4Write(options);
-    const CSetLock lock(repository.GetSetFolder(), repository.GetSet());
-    std::uint64_t troubles = 0;
-    const trouble_sink_t counting = [&](const STrouble& trouble) {
-        ++troubles;
-        onTrouble(trouble);
-    };
-    CBackupRun run(repository, counting);
-    for (const auto& path : paths) {
-        run.BackUp(path);
+namespace {
+
+void CheckOptions(const SBackupOptions& options) {
+    CheckPatterns(options.selection);
+    if (options.dryRun && options.input) {
+        throw exc::CRuntimeExc("A dry run reads nothing, so it cannot tell what comes in");
     }
-    SBackupResult result = run.Commit();
+}
+
+SBackupResult RunIt(const SRepositoryOptions& options, const SBackupOptions& backupOptions, const SBackupSinks& sinks) {
+    const auto sources = FindSources(backupOptions, sinks.onTrouble);
+    auto repository = COpenedRepository::Open4Write(options);
+    if (backupOptions.dryRun) {
+        return RunDryBackup(repository, backupOptions, sources, sinks);
+    }
+    const CSetLock lock(repository.GetSetFolder(), repository.GetSet());
+    static_cast<void>(repository.GetKeys4Write());  // before anything of the client is in the store
+    CBackupRun run(repository, backupOptions, sinks);
+    run.BackUp(sources);
+    return run.Commit();
+}
+
+}  // namespace
+
+SBackupResult RunBackup(const SRepositoryOptions& options, const SBackupOptions& backupOptions,
+                        const SBackupSinks& sinks) {
+    CheckOptions(backupOptions);
+    std::uint64_t troubles = 0;
+    SBackupSinks counting = sinks;
+    counting.onTrouble = [&](const STrouble& trouble) {
+        ++troubles;
+        if (sinks.onTrouble) {
+            sinks.onTrouble(trouble);
+        }
+    };
+    SBackupResult result = RunIt(options, backupOptions, counting);
     result.troubles = troubles;
     return result;
+}
+
+SBackupResult RunBackup(const SRepositoryOptions& options, const std::vector<std::string>& sources,
+                        const trouble_sink_t& onTrouble) {
+    SBackupOptions backupOptions;
+    backupOptions.sources = sources;
+    return RunBackup(options, backupOptions, {onTrouble, {}, {}});
 }
 
 }  // namespace agent

@@ -30,13 +30,22 @@ std::string HomeFolder() {
     throw exc::CRuntimeExc("Cannot tell the home folder: set HOME, or name the state folder with --state-dir");
 }
 
+}  // namespace
+
 std::string ReadSmallFile(const std::string& path) {
     auto file = posix::posix_file_t::Open4Read(path);
     std::array<char, 256> buffer{};
     return {buffer.data(), file.Read(buffer.data(), buffer.size())};
 }
 
-}  // namespace
+void WriteSmallFile(const std::string& path, const std::string& text) {
+    const std::string beside = path + ".new";
+    auto file = posix::posix_file_t::OpenOrCreate4Write(beside, false, 0);
+    file.Truncate(0);
+    file.Write(text);
+    file.Sync();
+    util::fs_file_rename(beside, path);
+}
 
 void MakePrivateFolders(const std::string& folder) {
     for (std::size_t at = folder.find('/', 1); at != std::string::npos; at = folder.find('/', at + 1)) {
@@ -87,6 +96,12 @@ std::string CLocalState::GetSetFolder(const guid::guid_t& repository, const guid
     std::string folder = folder_ + "/" + repository.ToAStr() + "/" + client.ToAStr() + "/" + set;
     MakePrivateFolders(folder);
     return folder;
+}
+
+std::string CLocalState::GetKeyMemoryPath(const guid::guid_t& repository, const guid::guid_t& client) const {
+    const std::string folder = folder_ + "/" + repository.ToAStr() + "/" + client.ToAStr();
+    MakePrivateFolders(folder);
+    return folder + "/.key";
 }
 
 CSetLock::CSetLock(const std::string& setFolder, const std::string& set)

@@ -22,6 +22,8 @@ public:
     /// The folder of one set, made when it is missing.
     [[nodiscard]] std::string GetSetFolder(const guid::guid_t& repository, const guid::guid_t& client,
                                            const std::string& set) const;
+    /// Where it is noted how a client of a repository encrypts. No set has such a name.
+    [[nodiscard]] std::string GetKeyMemoryPath(const guid::guid_t& repository, const guid::guid_t& client) const;
 
 private:
     std::string folder_;
@@ -51,6 +53,10 @@ public:
 private:
     std::string path_;
 };
+
+/// A file of a line or so, which is written whole or not at all. Failures are posix::CPosixExc.
+[[nodiscard]] std::string ReadSmallFile(const std::string& path);
+void WriteSmallFile(const std::string& path, const std::string& text);
 
 /// Makes a folder with its missing parents, for the user alone.
 void MakePrivateFolders(const std::string& folder);

@@ -30,18 +30,39 @@ std::uint64_t ChooseCheckpoint(backup::CCloudBackup& cloudBackup, const std::str
 }  // namespace
 
 COpenedCheckpoint::COpenedCheckpoint(const SRepositoryOptions& options, const std::string& which)
-    : repository_(COpenedRepository::Open4Read(options)),
-      backup_(repository_.OpenBackup4Read()),
+    : COpenedCheckpoint(COpenedRepository::Open4Read(options), nullptr, which) {}
+
+COpenedCheckpoint::COpenedCheckpoint(COpenedRepository repository, std::shared_ptr<backup::CCloudBackup> cloudBackup,
+                                     const std::string& which)
+    : repository_(std::move(repository)),
+      backup_(cloudBackup ? std::move(cloudBackup) : repository_.OpenBackup4Read()),
       id_(ChooseCheckpoint(*backup_, which)),
       session_(backup::CCloudBackupSession::StartSession(backup_, id_, true)),
       scratch_(repository_.GetSetFolder()),
-      document_(SSetDocument::FromText(session_->GetCheckpoint()->GetDxr().GetContent())) {}
+      document_(repository_.ReadDocument(id_, session_->GetCheckpoint()->GetDxr().GetContent())) {}
 
-CMetaState COpenedCheckpoint::LoadMetadata(const SRoot& root) {
+void COpenedCheckpoint::SwitchTo(const std::string& which) {
+    const std::uint64_t id = ChooseCheckpoint(*backup_, which);
+    if (id == id_) {
+        return;
+    }
+    auto session = backup::CCloudBackupSession::StartSession(backup_, id, true);
+    document_ = repository_.ReadDocument(id, session->GetCheckpoint()->GetDxr().GetContent());
+    session_ = std::move(session);
+    id_ = id;
+}
+
+CMetaState COpenedCheckpoint::LoadMetadata(const SRoot& root, EMetadataFrom from) {
     // This machine's own copy is only read, and only when it is the checkpoint's; else the scratch folder gets one.
     const std::string own = LocalMetaPath(repository_.GetSetFolder(), root.storageId);
-    const std::string path = LocalMetaVersion(own, root) != 0 ? own : LocalMetaPath(scratch_.GetPath(), root.storageId);
-    return LoadRootMetadata(*session_, root, path);
+    const bool useOwn = from == EMetadataFrom::anywhere && LocalMetaVersion(own, root) != 0;
+    const std::string path = useOwn ? own : LocalMetaPath(scratch_.GetPath(), root.storageId);
+    return LoadRootMetadata(*session_, root, path, *repository_.GetKeys());
+}
+
+SChunkSource COpenedCheckpoint::GetChunkSource(const SRoot& root, const CMetaState& state) {
+    return {backup_->GetBackupClient(), backup_->GetBackupId(), root.storageId, state.GetBlocks(),
+            repository_.GetKeys()};
 }
 
 }  // namespace agent

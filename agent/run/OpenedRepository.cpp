@@ -59,24 +59,47 @@ struct SOpened {
     guid::guid_t clientId;
 };
 
-SOpened Open(const SRepositoryOptions& options, CLocalState& state) {
-    CheckSetName(options.set);
-    try {
-        const SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.network);
-        const guid::guid_t clientId = IdentityOf(store, state);
-        return {backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, clientId)),
-                clientId};
-    } catch (const std::exception& failure) {
-        exc::RegenTraceExc(failure, "Cannot open the repository (made by 'cloudbackup init')");
-    }
-}
-
 std::string Describe(const std::vector<backup::SCloudRepoIdentity>& clients) {
     std::string text;
     for (const auto& client : clients) {
         text += (text.empty() ? "" : ", ") + client.id.ToAStr() + " (" + client.description + ")";
     }
     return text;
+}
+
+/// The client as the repository has it on record.
+backup::SCloudRepositoryClientInfo FindClient(backup::ICloudRepository& repository, const guid::guid_t& id) {
+    const auto clients = repository.EnumClients();
+    for (const auto& client : clients) {
+        if (client.id == id) {
+            return {client.id, client.type, client.description};
+        }
+    }
+    throw exc::CRuntimeExc("There is no client %1; there are: %2", id, Describe(clients));
+}
+
+SOpenedStore OpenExistingStore(const SRepositoryOptions& options) {
+    SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.network);
+    if (options.wrapStore) {
+        store.client = options.wrapStore(store.client);
+    }
+    return store;
+}
+
+SOpened Open(const SRepositoryOptions& options, CLocalState& state, const std::optional<guid::guid_t>& as = {}) {
+    CheckSetName(options.set);
+    try {
+        SOpenedStore store = OpenExistingStore(options);
+        const guid::guid_t own = IdentityOf(store, state);
+        auto repository = backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, own));
+        if (!as || *as == own) {
+            return {std::move(repository), own};
+        }
+        store.identity = FindClient(*repository, *as);
+        return {backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, *as)), *as};
+    } catch (const std::exception& failure) {
+        exc::RegenTraceExc(failure, "Cannot open the repository (made by 'cloudbackup init')");
+    }
 }
 
 /// This machine's client when it has written here, else the only one.
@@ -102,22 +125,65 @@ guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients
 
 guid::guid_t CreateRepository(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
+    // Asked for before anything is made, and used after it: of a repository without a key nobody would be told.
+    SKeyOptions keys = options.keys;
+    if (!keys.noEncryption) {
+        keys.password = [password = AskPassword(keys, EPasswordUse::first)](EPasswordUse) { return password; };
+    }
     try {
-        const SOpenedStore store = OpenStore(options.location, clients::ELocation::createMissing, options.network);
-        return backup::CCloudExternalRepository::CreateNew(store.client,
-                                                           InfoFor(options, store, IdentityOf(store, state)))
-            ->GetId();
+        SOpenedStore store = OpenStore(options.location, clients::ELocation::createMissing, options.network);
+        if (options.wrapStore) {
+            store.client = options.wrapStore(store.client);
+        }
+        const guid::guid_t own = IdentityOf(store, state);
+        const auto repository = backup::CCloudExternalRepository::CreateNew(store.client, InfoFor(options, store, own));
+        const guid::guid_t id = repository->GetId();
+        static_cast<void>(CClientKeys(*repository, own, keys, state.GetKeyMemoryPath(id, own)).LoadOrMake());
+        return id;
     } catch (const std::exception& failure) {
         exc::RegenTraceExc(failure, "Cannot make a repository");
     }
 }
 
+std::shared_ptr<backup::ICloudRepository> OpenCloudRepository(const SRepositoryOptions& options,
+                                                              const std::optional<guid::guid_t>& as) {
+    CLocalState state(options.stateFolder);
+    return Open(options, state, as).repository;
+}
+
 COpenedRepository::COpenedRepository(std::shared_ptr<backup::ICloudRepository> repository, const guid::guid_t& clientId,
-                                     const SRepositoryOptions& options, const CLocalState& state)
+                                     const SRepositoryOptions& options, CLocalState& state)
     : repository_(std::move(repository)),
       clientId_(clientId),
+      isOwnClient_(clientId == state.GetClientId()),
       set_(options.set),
-      setFolder_(state.GetSetFolder(repository_->GetId(), clientId, options.set)) {}
+      setFolder_(state.GetSetFolder(repository_->GetId(), clientId, options.set)),
+      keyOptions_(options.keys),
+      keyMemoryPath_(state.GetKeyMemoryPath(repository_->GetId(), clientId)) {}
+
+CClientKeys COpenedRepository::GetClientKeys() const { return {*repository_, clientId_, keyOptions_, keyMemoryPath_}; }
+
+const key_ring_ptr& COpenedRepository::GetKeys() {
+    if (!keys_) {
+        keys_ = std::make_shared<const CKeyRing>(GetClientKeys().Load());
+    }
+    return keys_;
+}
+
+const key_ring_ptr& COpenedRepository::GetKeys4Write() {
+    if (!keys_) {
+        keys_ = std::make_shared<const CKeyRing>(GetClientKeys().LoadOrMake());
+    }
+    return keys_;
+}
+
+SSetDocument COpenedRepository::ReadDocument(std::uint64_t checkpoint, const std::string& text) {
+    return RestoreDocument(text, {clientId_, set_, checkpoint}, *GetKeys());
+}
+
+std::string COpenedRepository::StoreDocument(std::uint64_t checkpoint, const SSetDocument& document) {
+    return agent::StoreDocument(document, {clientId_, set_, checkpoint}, *GetKeys());
+}
 
 COpenedRepository COpenedRepository::Open4Write(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
@@ -133,12 +199,30 @@ COpenedRepository COpenedRepository::Open4Read(const SRepositoryOptions& options
     return {std::move(repository), chosen, options, state};
 }
 
+COpenedRepository COpenedRepository::Open4Upkeep(const SRepositoryOptions& options) {
+    CLocalState state(options.stateFolder);
+    std::optional<guid::guid_t> as;
+    if (!options.client.empty()) {
+        as = guid::guid_t::FromStr(options.client);
+    }
+    auto opened = Open(options, state, as);
+    return {std::move(opened.repository), opened.clientId, options, state};
+}
+
 std::shared_ptr<backup::CCloudBackup> COpenedRepository::OpenBackup4Write() {
     try {
         // Also one that was never finished: what it uploaded is found again.
         return repository_->LoadBackup(clientId_, set_, false);
     } catch (const backup::CBackupNotFoundExc&) {
         return repository_->CreateBackup(clientId_, set_);
+    }
+}
+
+std::shared_ptr<backup::CCloudBackup> COpenedRepository::FindBackup() {
+    try {
+        return repository_->LoadBackup(clientId_, set_, true);
+    } catch (const backup::CBackupNotFoundExc&) {
+        return nullptr;
     }
 }
 
@@ -149,6 +233,9 @@ std::shared_ptr<backup::CCloudBackup> COpenedRepository::OpenBackup4Read() {
         std::string sets;
         for (const auto& item : repository_->EnumBackups(clientId_)) {
             sets += (sets.empty() ? "" : ", ") + item.GetId();
+        }
+        if (sets.empty() && isOwnClient_) {
+            throw exc::CRuntimeExc("The repository holds no backups of this machine yet");
         }
         if (sets.empty()) {
             throw exc::CRuntimeExc("The repository holds no backups of client %1 yet", clientId_);

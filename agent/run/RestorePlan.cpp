@@ -1,11 +1,15 @@
 #include "agent/run/RestorePlan.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <unordered_map>
 
 namespace agent {
 
 namespace {
+
+using wanted_t = SRestorePlan::SWanted;
 
 /// Files by where their content lies, to tell copies: the same places make the same content.
 using places_t = std::vector<std::array<std::uint64_t, 3>>;
@@ -21,67 +25,213 @@ places_t PlacesOf(const SEntry& entry) {
 
 class CPlanner {
 public:
-    explicit CPlanner(const CMetaState& state) : state_(state) {}
+    CPlanner(const CMetaState& state, const CRestoreFilter& filter, const std::string& base, IExistingItems* existing)
+        : state_(state), filter_(filter), base_(base), existing_(existing), wantedOfChunk_(state.GetChunks().size()) {}
 
     SRestorePlan Run() {
         for (const auto& [path, packed] : state_.GetEntries()) {
-            AddEntry(path, packed.Unpack());
+            LeaveFolders(path);
+            const bool isFolder = packed.GetType() == EEntryType::directory;
+            const bool isTaken = filter_.Takes(path, isFolder);
+            if (isFolder && IsPathAtOrUnder(path, base_)) {
+                open_.push_back({{&path, &packed}, isTaken});
+            }
+            if (isTaken) {
+                PutFolders();
+                AddEntry(path, packed);
+            }
         }
-        for (auto& [streamOffset, wanted] : wanted_) {
-            plan_.wanted.push_back(std::move(wanted));
-        }
+        PutWanted();
         return std::move(plan_);
     }
 
 private:
-    void AddEntry(const std::string& path, SEntry entry) {
-        if (entry.type == EEntryType::directory) {
-            plan_.folders.emplace_back(path, std::move(entry));
-        } else if (entry.type == EEntryType::file) {
-            AddFile(path, std::move(entry));
+    /// Folders that lead to where the walk is; they are planned when something in them is.
+    void LeaveFolders(const std::string& path) {
+        while (!open_.empty() && !IsPathAtOrUnder(path, *open_.back().path)) {
+            open_.pop_back();
+            put_ = std::min(put_, open_.size());
+        }
+    }
+
+    void PutFolders() {
+        for (; put_ < open_.size(); ++put_) {
+            SRestorePlan::SFolder folder = open_[put_];
+            std::vector<SFileRange> none;
+            folder.planned = Judge(*folder.path, folder.entry->Unpack(), {}, none);
+            plan_.folders.push_back(folder);
+        }
+    }
+
+    void AddEntry(const std::string& path, const CPackedEntry& packed) {
+        const EEntryType type = packed.GetType();
+        if (type == EEntryType::directory) {
+            return;
+        }
+        const SEntry entry = packed.Unpack();
+        if (type == EEntryType::file) {
+            AddFile(path, packed, entry);
+        } else if (type == EEntryType::hardLink) {
+            AddHardLink(path, packed, entry);
         } else {
-            plan_.others.emplace_back(path, std::move(entry));
+            std::vector<SFileRange> none;
+            const SRestorePlan::SItem item{&path, &packed, Judge(path, entry, {}, none)};
+            (item.planned == EPlanned::keep ? plan_.kept : plan_.others).push_back(item);
+            DropSkipped(plan_.others);
         }
     }
 
-    void AddFile(const std::string& path, SEntry entry) {
+    template <class Items>
+    void DropSkipped(Items& items) {
+        if (!items.empty() && items.back().planned == EPlanned::skip) {
+            items.pop_back();
+            ++plan_.skipped;
+        }
+    }
+
+    /// The first name of a file that is restored gets the content, also when the file had another name before.
+    void AddHardLink(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
+        const auto original = state_.GetEntries().find(entry.target);
+        if (original == state_.GetEntries().end() || original->second.GetType() != EEntryType::file) {
+            SRestorePlan::SHardLink broken;
+            broken.path = &path;
+            broken.entry = &packed;
+            plan_.hardLinks.push_back(broken);
+            return;
+        }
+        const auto [first, isFirst] = firstNames_.emplace(&original->first, &path);
+        if (isFirst && !filter_.Takes(entry.target, false)) {
+            AddFile(path, original->second, original->second.Unpack());
+            return;
+        }
+        if (isFirst) {
+            first->second = &original->first;
+        }
+        std::vector<SFileRange> none;
+        SRestorePlan::SHardLink link;
+        link.path = &path;
+        link.entry = &packed;
+        link.existing = first->second;
+        link.planned = Judge(path, entry, {}, none);
+        plan_.hardLinks.push_back(link);
+        DropSkipped(plan_.hardLinks);
+    }
+
+    void AddFile(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
+        SRestorePlan::SFile file;
+        file.path = &path;
+        file.entry = &packed;
+        file.size = entry.size;
         const std::size_t index = plan_.files.size();
-        plan_.files.push_back({path, std::move(entry), 0});
-        auto& file = plan_.files.back();
-        if (file.entry.segments.empty()) {
+        std::vector<wanted_t> pieces = PiecesOf(index, entry);
+        file.planned = Judge(path, entry, pieces, file.local);
+        if (file.planned == EPlanned::skip) {
+            ++plan_.skipped;
             return;
         }
-        const auto [first, isFirst] = firstOfPlaces_.emplace(PlacesOf(file.entry), index);
-        if (!isFirst) {
-            plan_.copies.push_back({index, first->second});
+        if (file.planned == EPlanned::keep) {
+            plan_.kept.push_back(file);
             return;
         }
-        for (const auto& segment : file.entry.segments) {
-            AddSegment(index, segment);
+        plan_.files.push_back(std::move(file));
+        AddPieces(index, entry, std::move(pieces));
+    }
+
+    void AddPieces(std::size_t index, const SEntry& entry, std::vector<wanted_t> pieces) {
+        const bool isOnePiece = pieces.size() == 1 && pieces[0].pieces.size() == 1 && entry.size <= smallFileSize;
+        if (!isOnePiece && !pieces.empty()) {
+            const auto [first, isFirst] = firstOfPlaces_.emplace(PlacesOf(entry), index);
+            if (!isFirst) {
+                plan_.files[index].local.clear();
+                plan_.copies.push_back({index, first->second});
+                return;
+            }
+        }
+        for (auto& wanted : pieces) {
+            auto& slot = wantedOfChunk_[static_cast<std::size_t>(wanted.chunk - state_.GetChunks().data())];
+            const auto isHere = [&](const SRestorePlan::SPiece& piece) { return IsLocal(index, piece); };
+            if (std::all_of(wanted.pieces.begin(), wanted.pieces.end(), isHere)) {
+                continue;
+            }
+            plan_.files[index].pieces += wanted.pieces.size();
+            slot.insert(slot.end(), wanted.pieces.begin(), wanted.pieces.end());
         }
     }
 
-    void AddSegment(std::size_t file, const SSegment& segment) {
-        const std::uint64_t segmentEnd = segment.streamOffset + segment.length;
-        for (const auto& chunk : state_.FindChunks(segment.streamOffset, segment.length)) {
-            const std::uint64_t begin = std::max(segment.streamOffset, chunk.streamOffset);
-            const std::uint64_t end = std::min(segmentEnd, chunk.streamOffset + chunk.plainSize);
-            auto& wanted = wanted_.try_emplace(chunk.streamOffset, SRestorePlan::SWanted{chunk, {}}).first->second;
-            wanted.pieces.push_back({file, segment.fileOffset + (begin - segment.streamOffset),
-                                     static_cast<std::uint32_t>(begin - chunk.streamOffset),
-                                     static_cast<std::uint32_t>(end - begin)});
-            ++plan_.files[file].pieces;
+    [[nodiscard]] bool IsLocal(std::size_t index, const SRestorePlan::SPiece& piece) const {
+        const auto& local = plan_.files[index].local;
+        const auto after =
+            std::upper_bound(local.begin(), local.end(), piece.fileOffset,
+                             [](std::uint64_t at, const SFileRange& range) { return at < range.offset; });
+        return after != local.begin() && std::prev(after)->offset == piece.fileOffset &&
+               std::prev(after)->length == piece.length;
+    }
+
+    /// By chunk, what of it goes where in the file.
+    [[nodiscard]] std::vector<wanted_t> PiecesOf(std::size_t index, const SEntry& entry) const {
+        std::vector<wanted_t> pieces;
+        for (const auto& segment : entry.segments) {
+            const std::uint64_t segmentEnd = segment.streamOffset + segment.length;
+            for (const auto& chunk : state_.FindChunks(segment.streamOffset, segment.length)) {
+                const std::uint64_t begin = std::max(segment.streamOffset, chunk.streamOffset);
+                const std::uint64_t end = std::min(segmentEnd, chunk.streamOffset + chunk.plainSize);
+                if (pieces.empty() || pieces.back().chunk != &chunk) {
+                    pieces.push_back({&chunk, {}});
+                }
+                pieces.back().pieces.push_back({index, segment.fileOffset + (begin - segment.streamOffset),
+                                                static_cast<std::uint32_t>(begin - chunk.streamOffset),
+                                                static_cast<std::uint32_t>(end - begin)});
+            }
         }
+        return pieces;
+    }
+
+    void PutWanted() {
+        for (std::size_t i = 0; i < wantedOfChunk_.size(); ++i) {
+            if (!wantedOfChunk_[i].empty()) {
+                plan_.wanted.push_back({&state_.GetChunks()[i], std::move(wantedOfChunk_[i])});
+            }
+        }
+    }
+
+    EPlanned Judge(const std::string& path, const SEntry& entry, const std::vector<wanted_t>& pieces,
+                   std::vector<SFileRange>& local) {
+        return existing_ == nullptr ? EPlanned::create : existing_->Judge(path, entry, pieces, local);
     }
 
     const CMetaState& state_;
+    const CRestoreFilter& filter_;
+    const std::string& base_;
+    IExistingItems* const existing_;
     SRestorePlan plan_;
-    std::map<std::uint64_t, SRestorePlan::SWanted> wanted_;
+    std::vector<SRestorePlan::SFolder> open_;
+    std::size_t put_ = 0;  // so many of open_ are planned
+    std::vector<std::vector<SRestorePlan::SPiece>> wantedOfChunk_;
     std::map<places_t, std::size_t> firstOfPlaces_;
+    std::unordered_map<const std::string*, const std::string*> firstNames_;
 };
 
 }  // namespace
 
-SRestorePlan MakeRestorePlan(const CMetaState& state) { return CPlanner(state).Run(); }
+SRestorePlan MakeRestorePlan(const CMetaState& state, const CRestoreFilter& filter, const std::string& base,
+                             IExistingItems* existing) {
+    return CPlanner(state, filter, base, existing).Run();
+}
+
+std::uint64_t SRestorePlan::GetStoredBytes() const {
+    std::uint64_t sum = 0;
+    for (const auto& one : wanted) {
+        sum += one.chunk->storedSize;
+    }
+    return sum;
+}
+
+std::uint64_t SRestorePlan::GetBytes() const {
+    std::uint64_t sum = 0;
+    for (const auto& file : files) {
+        sum += file.size;
+    }
+    return sum;
+}
 
 }  // namespace agent

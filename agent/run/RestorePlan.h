@@ -1,24 +1,45 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "agent/fs/RestoreTarget.h"
 #include "agent/meta/MetaState.h"
 #include "agent/model/Entry.h"
+#include "agent/run/RestoreFilter.h"
 
 namespace agent {
 
-/// What a restore of a storage does, in which order. Made once from the state, then only read.
+/// What happens to a name of the checkpoint.
+enum class EPlanned : std::uint8_t {
+    create,   ///< nothing stands there
+    replace,  ///< what stands there goes
+    keep,     ///< it is there; only its attributes are looked at
+    skip,     ///< it stays as it is
+};
+
+/// What a restore of a storage does, in which order. Made once from the state, which must outlive it, then only read.
 ///
-/// Each chunk is wanted once, in stream order; beside it stands what of it goes into which file. Files of the same
-/// content as an earlier one are copied from it.
+/// Each chunk is wanted once, in stream order; beside it stands what of it goes into which file. Large files of the
+/// same content as an earlier one are copied from it.
 struct SRestorePlan {
-    struct SFile {
-        std::string path;
-        SEntry entry;
-        /// How many pieces are still to come; 0 for an empty file and a copy.
+    struct SItem {
+        const std::string* path = nullptr;  ///< in the state
+        const CPackedEntry* entry = nullptr;
+        EPlanned planned = EPlanned::create;
+    };
+    struct SFile : SItem {
+        std::uint64_t size = 0;
+        /// How many pieces are still to come; 0 for an empty file, a copy, and one that is there but for attributes.
         std::size_t pieces = 0;
+        /// What the file that stands there has already.
+        std::vector<SFileRange> local;
+    };
+    struct SFolder : SItem {
+        /// False for a folder that only leads to what is restored.
+        bool isSelected = true;
     };
     struct SPiece {
         std::size_t file;
@@ -27,21 +48,46 @@ struct SRestorePlan {
         std::uint32_t length;
     };
     struct SWanted {
-        SChunk chunk;
+        const SChunk* chunk;
         std::vector<SPiece> pieces;
     };
     struct SCopy {
         std::size_t file;
         std::size_t original;
     };
+    struct SHardLink : SItem {
+        const std::string* existing = nullptr;  ///< in the state; null for a name of nothing
+    };
 
-    std::vector<std::pair<std::string, SEntry>> folders;  ///< parents first
+    std::vector<SFolder> folders;  ///< parents first
     std::vector<SFile> files;
     std::vector<SWanted> wanted;
     std::vector<SCopy> copies;
-    std::vector<std::pair<std::string, SEntry>> others;  ///< links, fifos, devices
+    std::vector<SItem> others;  ///< symbolic links, fifos, devices
+    std::vector<SHardLink> hardLinks;
+    std::vector<SItem> kept;  ///< of any type but folders: only attributes
+    std::uint64_t skipped = 0;
+
+    /// Chunks that come with the content, and the bytes in the store that are read for them.
+    [[nodiscard]] std::uint64_t GetStoredBytes() const;
+    /// Of the files that are written.
+    [[nodiscard]] std::uint64_t GetBytes() const;
 };
 
-[[nodiscard]] SRestorePlan MakeRestorePlan(const CMetaState& state);
+/// Looks at what stands in the target.
+class IExistingItems {
+public:
+    virtual ~IExistingItems() = default;
+    /// What is to become of that name. For a file that is replaced, `local` gets the pieces of `pieces` that it has.
+    virtual EPlanned Judge(const std::string& path, const SEntry& entry,
+                           const std::vector<SRestorePlan::SWanted>& pieces, std::vector<SFileRange>& local) = 0;
+};
+
+/// A file of no more bytes than this, in one piece, is written in one go.
+inline constexpr std::uint64_t smallFileSize = std::uint64_t{1} << 20U;
+
+/// Folders above `base`, a folder of the state, are left out. `existing` is null when the target is empty.
+[[nodiscard]] SRestorePlan MakeRestorePlan(const CMetaState& state, const CRestoreFilter& filter,
+                                           const std::string& base, IExistingItems* existing);
 
 }  // namespace agent

@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <deque>
+
 #include "agent/run/OpenedCheckpoint.h"
+#include "common/exc.h"
 
 namespace agent {
 
@@ -19,36 +22,197 @@ std::string AbsolutePath(const std::string& path) {
     return std::string(folder) + "/" + path;
 }
 
-std::string WithoutLeadingSlashes(const std::string& path) {
-    const auto begin = path.find_first_not_of('/');
-    return begin == std::string::npos ? std::string() : path.substr(begin);
-}
-
 void Add(SRestoreStatistics& sum, const SRestoreStatistics& one) {
     sum.files += one.files;
     sum.folders += one.folders;
     sum.others += one.others;
     sum.bytes += one.bytes;
+    sum.unchanged += one.unchanged;
+    sum.skipped += one.skipped;
+    sum.deleted += one.deleted;
+    sum.verified += one.verified;
     sum.errors += one.errors;
 }
 
+SRestoreStatistics PlannedStatistics(const CSourceRestore& restore) {
+    const SRestorePlan& plan = restore.GetPlan();
+    SRestoreStatistics sum = restore.GetStatistics();
+    sum.files = plan.files.size();
+    sum.folders = plan.folders.size();
+    sum.others = plan.others.size() + plan.hardLinks.size();
+    sum.bytes = plan.GetBytes();
+    sum.unchanged = plan.kept.size();
+    sum.deleted = restore.GetDeletions().size();
+    return sum;
+}
+
+/// Where a root comes to.
+struct SPlace {
+    std::string folder;
+    STargetMapping mapping;
+};
+
+class CRestoreRun {
+public:
+    CRestoreRun(const SRepositoryOptions& repository, const SRestoreOptions& options, const SRestoreSinks& sinks)
+        : options_(options), sinks_(sinks), checkpoint_(repository, options.checkpoint) {
+        if (!options_.subfolder.empty()) {
+            subfolder_ = NormalPath(options_.subfolder);
+        }
+    }
+
+    SRestoreResult Run() {
+        PlanRoots();
+        CheckPathsAreThere();
+        if (!options_.dryRun) {
+            ConfirmDelete();
+        }
+        progress_.totalsKnown = true;
+        SRestoreResult result;
+        result.checkpoint = checkpoint_.GetId();
+        for (auto& root : roots_) {
+            if (options_.dryRun) {
+                root.restore->TellPlan();
+                Add(result.statistics, PlannedStatistics(*root.restore));
+                continue;
+            }
+            RunRoot(root);
+            Add(result.statistics, root.restore->GetStatistics());
+        }
+        return result;
+    }
+
+private:
+    struct SRootRestore {
+        SRoot root;
+        CMetaState state;
+        std::optional<CSourceRestore> restore;
+    };
+
+    void PlanRoots() {
+        const SSourceRestoreOptions options{options_.overwrite, options_.compareContent, options_.deleteOthers,
+                                            options_.verify, options_.threads};
+        for (const auto& root : checkpoint_.GetDocument().roots) {
+            // A root's path is as little to be trusted as any other.
+            const std::string rootPath = NormalPath(root.path);
+            SRestoreSelection selection = options_.selection;
+            if (!subfolder_.empty() && selection.paths.empty()) {
+                selection.paths = {subfolder_};
+            }
+            const CRestoreFilter filter(selection, rootPath);
+            const bool isLeftOut = !subfolder_.empty() && !IsPathAtOrUnder(subfolder_, rootPath);
+            if (!filter.MayTakeAny() || isLeftOut) {
+                continue;
+            }
+            SRootRestore& planned = roots_.emplace_back();
+            planned.root = root;
+            planned.state = checkpoint_.LoadMetadata(root);
+            NotePathsThatAreThere(planned.state, rootPath);
+            const SPlace place = PlaceOf(rootPath, planned.state);
+            planned.restore.emplace(planned.state, OpenTarget(place.folder), place.mapping, filter, options, sinks_,
+                                    progress_);
+        }
+    }
+
+    /// Where the root's content goes. Opened once when it is the same for all, since it must be empty at first.
+    [[nodiscard]] SPlace PlaceOf(const std::string& rootPath, const CMetaState& state) const {
+        const auto& entries = state.GetEntries();
+        const bool isFolder = !entries.empty() && entries.begin()->second.GetType() == EEntryType::directory;
+        if (!subfolder_.empty()) {
+            const std::string strip = PathUnder(subfolder_, rootPath);
+            const auto found = state.Find(strip);
+            if (!found || found->type != EEntryType::directory) {
+                throw exc::CRuntimeExc("Checkpoint %1 has no folder '%2'", checkpoint_.GetId(), subfolder_);
+            }
+            return {AbsolutePath(options_.target), {strip, {}}};
+        }
+        if (!options_.target.empty()) {
+            return {AbsolutePath(options_.target), {{}, rootPath.substr(1)}};
+        }
+        if (isFolder) {
+            return {rootPath, {}};
+        }
+        const auto slash = rootPath.find_last_of('/');
+        return {slash == 0 ? "/" : rootPath.substr(0, slash), {{}, rootPath.substr(slash + 1)}};
+    }
+
+    CRestoreTarget OpenTarget(const std::string& folder) {
+        const auto use = options_.dryRun                            ? ETargetUse::onlyLook
+                         : options_.overwrite == EOverwrite::refuse ? ETargetUse::mustBeEmpty
+                                                                    : ETargetUse::mayHoldFiles;
+        if (!target_ || target_->GetFolder() != folder) {
+            target_.emplace(folder, use);
+            const bool mustBeEmpty = options_.overwrite == EOverwrite::refuse && target_->Find({});
+            if (mustBeEmpty && !target_->ListNames({}).empty()) {
+                throw exc::CRuntimeExc("Cannot restore into '%1': the folder is not empty", folder);
+            }
+        }
+        return target_->Fork();
+    }
+
+    void NotePathsThatAreThere(const CMetaState& state, const std::string& rootPath) {
+        for (const auto& given : options_.selection.paths) {
+            const std::string path = NormalPath(given);
+            const bool isAbove = IsPathAtOrUnder(rootPath, path);
+            if (isAbove || (IsPathAtOrUnder(path, rootPath) && state.Find(PathUnder(path, rootPath)))) {
+                found_.insert(path);
+            }
+        }
+    }
+
+    /// Before anything is written: who misspells a path shall not think that it was restored.
+    void CheckPathsAreThere() const {
+        for (const auto& given : options_.selection.paths) {
+            if (!found_.contains(NormalPath(given))) {
+                throw exc::CRuntimeExc("Checkpoint %1 holds nothing at '%2'", checkpoint_.GetId(), NormalPath(given));
+            }
+        }
+        if (roots_.empty() && !subfolder_.empty()) {
+            throw exc::CRuntimeExc("Checkpoint %1 has no folder '%2'", checkpoint_.GetId(), subfolder_);
+        }
+    }
+
+    void ConfirmDelete() const {
+        std::uint64_t count = 0;
+        for (const auto& root : roots_) {
+            count += root.restore->GetDeletions().size();
+        }
+        if (count != 0 && options_.confirmDelete && !options_.confirmDelete(count)) {
+            throw exc::CRuntimeExc("Nothing was restored: what is not in the checkpoint was not to be deleted");
+        }
+    }
+
+    void RunRoot(SRootRestore& root) {
+        root.restore->Run(checkpoint_.GetChunkSource(root.root, root.state));
+        if (options_.sync) {
+            target_->Sync();
+        }
+    }
+
+    const SRestoreOptions& options_;
+    const SRestoreSinks& sinks_;
+    COpenedCheckpoint checkpoint_;
+    std::string subfolder_;
+    std::optional<CRestoreTarget> target_;
+    SProgress progress_;
+    std::set<std::string> found_;
+    std::deque<SRootRestore> roots_;  // restores refer to their neighbours
+};
+
 }  // namespace
 
-SRestoreResult RunRestore(const SRepositoryOptions& options, const std::string& which, const std::string& target,
+SRestoreResult RunRestore(const SRepositoryOptions& repository, const SRestoreOptions& options,
+                          const SRestoreSinks& sinks) {
+    CheckSelection(options.selection);
+    return CRestoreRun(repository, options, sinks).Run();
+}
+
+SRestoreResult RunRestore(const SRepositoryOptions& repository, const std::string& which, const std::string& target,
                           const trouble_sink_t& onTrouble) {
-    COpenedCheckpoint checkpoint(options, which);
-    CRestoreTarget folder(AbsolutePath(target));
-    SRestoreResult result;
-    result.checkpoint = checkpoint.GetId();
-    for (const auto& root : checkpoint.GetDocument().roots) {
-        const CMetaState state = checkpoint.LoadMetadata(root);
-        // A root's path is as little to be trusted as any other: the target opens nothing outside of itself.
-        CSourceRestore restore(state, folder, WithoutLeadingSlashes(root.path), onTrouble);
-        const auto cloudBackup = checkpoint.GetBackup();
-        restore.Run({cloudBackup->GetBackupClient(), cloudBackup->GetBackupId(), root.storageId, state.GetBlocks()});
-        Add(result.statistics, restore.GetStatistics());
-    }
-    return result;
+    SRestoreOptions options;
+    options.checkpoint = which;
+    options.target = target;
+    return RunRestore(repository, options, {onTrouble, {}, {}});
 }
 
 }  // namespace agent

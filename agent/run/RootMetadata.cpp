@@ -2,10 +2,18 @@
 
 #include <unistd.h>
 
+#include <random>
+
 #include "common/exc.h"
 #include "common/logging.h"
 
 namespace agent {
+
+std::uint64_t MakeMetaVersion(std::uint64_t checkpoint) {
+    constexpr unsigned runBits = 24;
+    std::random_device random;
+    return (checkpoint << runBits) | (random() & ((1U << runBits) - 1));
+}
 
 std::string LocalMetaPath(const std::string& setFolder, const guid::guid_t& storageId) {
     return setFolder + "/" + storageId.ToAStr() + ".meta";
@@ -27,9 +35,9 @@ unsigned long LocalMetaVersion(const std::string& localPath, const SRoot& root) 
 }
 
 CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
-                            const std::string& localPath) {
+                            const std::string& localPath, const CKeyRing& keys) {
     session.PrepareStorageForAccess(root.storageId, localPath, LocalMetaVersion(localPath, root));
-    SMeta meta = ReadMeta(localPath);
+    SMeta meta = ReadMeta(localPath, keys);
     if (meta.header.storageId != root.storageId || meta.header.sha256.ToAStr() != root.headerSha256) {
         throw exc::CRuntimeExc(
             "The metadata of '%1' (storage %2) in the repository is not the one that its checkpoint "

@@ -8,6 +8,11 @@
 
 namespace agent {
 
+/// The version of the metadata that a run writes for its checkpoint. Above the run's own number stands the
+/// checkpoint's: two machines with the same client id (one was cloned from the other) that make the same checkpoint
+/// never write the same objects.
+[[nodiscard]] std::uint64_t MakeMetaVersion(std::uint64_t checkpoint);
+
 /// Where this machine keeps its copy of a storage's metadata.
 [[nodiscard]] std::string LocalMetaPath(const std::string& setFolder, const guid::guid_t& storageId);
 
@@ -17,6 +22,6 @@ namespace agent {
 /// Brings a root's metadata to `localPath`, downloading it unless the file there is the checkpoint's own, and reads it.
 /// Throws exc::CRuntimeExc when what the store has is not what the checkpoint's document names.
 [[nodiscard]] CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
-                                          const std::string& localPath);
+                                          const std::string& localPath, const CKeyRing& keys);
 
 }  // namespace agent

@@ -50,6 +50,17 @@ json ToJson(const SRoot& root) {
                 {"statistics", statistics}};
 }
 
+json EscapedList(const std::vector<std::string>& texts) {
+    json list = json::array();
+    for (const auto& text : texts) {
+        list.push_back(EscapePath(text));
+    }
+    return list;
+}
+
+/// A field that documents did not always have.
+std::string TextOrNone(const json& value, const char* name) { return UnescapePath(value.value(name, std::string())); }
+
 SRoot RootFromJson(const json& value) {
     SRoot root;
     root.path = UnescapePath(value.at("path").get<std::string>());
@@ -99,10 +110,10 @@ std::string SSetDocument::ToText() const {
     for (const auto& root : roots) {
         rootList.push_back(ToJson(root));
     }
-    return json{{"version", formatVersion},
-                {"host", EscapePath(host)},
-                {"started", ToJson(started)},
-                {"finished", ToJson(finished)},
+    return json{{"version", formatVersion},   {"host", EscapePath(host)},
+                {"user", EscapePath(user)},   {"program", EscapePath(programVersion)},
+                {"tags", EscapedList(tags)},  {"description", EscapePath(description)},
+                {"started", ToJson(started)}, {"finished", ToJson(finished)},
                 {"roots", rootList}}
         .dump();
 }
@@ -116,6 +127,12 @@ SSetDocument SSetDocument::FromText(const std::string& text) {
         }
         SSetDocument document;
         document.host = UnescapePath(value.at("host").get<std::string>());
+        document.user = TextOrNone(value, "user");
+        document.programVersion = TextOrNone(value, "program");
+        for (const auto& tag : value.value("tags", json::array())) {
+            document.tags.push_back(UnescapePath(tag.get<std::string>()));
+        }
+        document.description = TextOrNone(value, "description");
         document.started = TimeFromJson(value.at("started"));
         document.finished = TimeFromJson(value.at("finished"));
         for (const auto& root : value.at("roots")) {
@@ -127,9 +144,62 @@ SSetDocument SSetDocument::FromText(const std::string& text) {
     }
 }
 
-guid::guid_t StorageIdOf(const guid::guid_t& clientId, const std::string& set, const std::string& path) {
+namespace {
+
+constexpr int sealedVersion = 1;
+
+std::string ContextOf(const SDocumentPlace& place) {
+    return place.clientId.ToAStr() + "/" + place.set + "/" + std::to_string(place.checkpoint);
+}
+
+/// Null for what is not sealed.
+data_key_ptr KeyOf(const json& value, const CKeyRing& keys) {
+    if (!value.contains("sealed")) {
+        if (!keys.IsEmpty()) {
+            throw exc::CRuntimeExc("it is not encrypted, as all that this client stores is: somebody else wrote it");
+        }
+        return nullptr;
+    }
+    if (value.at("version").get<int>() != sealedVersion) {
+        throw exc::CRuntimeExc("format version %1 is not known to this program", value.at("version").get<int>());
+    }
+    return keys.FindExc(crypto::SRawKeySetId::FromStr(value.at("key").get<std::string>()));
+}
+
+}  // namespace
+
+std::string StoreDocument(const SSetDocument& document, const SDocumentPlace& place, const CKeyRing& keys) {
+    const std::string text = document.ToText();
+    if (keys.IsEmpty()) {
+        return text;
+    }
+    const CDataKey& key = *keys.GetCurrent();
+    return json{{"version", sealedVersion},
+                {"key", key.GetId().ToAStr()},
+                {"sealed", util::toBase64(SealText(key.DocumentKey(), ContextOf(place), text))}}
+        .dump();
+}
+
+SSetDocument RestoreDocument(const std::string& text, const SDocumentPlace& place, const CKeyRing& keys) {
+    std::string plain;
+    try {
+        const json value = json::parse(text);
+        const data_key_ptr key = KeyOf(value, keys);
+        if (!key) {
+            return SSetDocument::FromText(text);
+        }
+        const auto sealed = util::fromBase64(value.at("sealed").get<std::string>());
+        plain = OpenText(key->DocumentKey(), ContextOf(place), std::string_view(sealed.data(), sealed.size()));
+    } catch (const std::exception& failure) {
+        exc::RegenTraceExc(failure, "The document of checkpoint %1 cannot be read", place.checkpoint);
+    }
+    return SSetDocument::FromText(plain);
+}
+
+guid::guid_t StorageIdOf(const guid::guid_t& clientId, const std::string& set, const std::string& path,
+                         const data_key_ptr& key) {
     const std::string name = clientId.ToAStr() + '\0' + set + '\0' + path;
-    const auto sha = digest::Sha256(name);
+    const auto sha = key ? key->NameOf(name) : digest::Sha256(name);
     std::array<std::uint8_t, 16> bytes{};
     std::copy_n(sha.bytes.begin(), bytes.size(), bytes.begin());
     bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0FU) | 0x80U);  // RFC 9562: version 8, made by the program

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/keys/KeyRing.h"
 #include "agent/model/Entry.h"
 #include "common/guid.h"
 
@@ -55,11 +56,16 @@ struct SRoot {
     bool operator==(const SRoot&) const = default;
 };
 
-/// The backup-level document of a checkpoint: when and where it was made, and of which roots. A plain value.
+/// The backup-level document of a checkpoint: when, where and by whom it was made, and of which roots. A plain value.
 struct SSetDocument {
     static constexpr int formatVersion = 1;
 
     std::string host;
+    /// Of the system's user whose run it was; empty in documents of before it was kept, as the three that follow.
+    std::string user;
+    std::string programVersion;
+    std::vector<std::string> tags;
+    std::string description;
     STime started;
     STime finished;
     std::vector<SRoot> roots;
@@ -68,15 +74,31 @@ struct SSetDocument {
 
     /// As JSON text.
     [[nodiscard]] std::string ToText() const;
-    /// Throws exc::CRuntimeExc for a text that is no such document, or one of a later format version.
+    /// What is not known to this program is passed over, what older ones did not write is empty. Throws
+    /// exc::CRuntimeExc for a text that is no such document, or one of a later format version.
     [[nodiscard]] static SSetDocument FromText(const std::string& text);
 
     bool operator==(const SSetDocument&) const = default;
 };
 
+/// Where a document belongs: elsewhere it is not what was sealed.
+struct SDocumentPlace {
+    guid::guid_t clientId;
+    std::string set;
+    std::uint64_t checkpoint = 0;
+};
+
+/// The document's text as it is stored: as it is, or sealed with the current key where there is one.
+[[nodiscard]] std::string StoreDocument(const SSetDocument& document, const SDocumentPlace& place,
+                                        const CKeyRing& keys);
+/// Throws exc::CRuntimeExc for a text that is no document, and for one that was not sealed for that place. Where the
+/// client encrypts, what is not sealed is refused: anyone could have written it.
+[[nodiscard]] SSetDocument RestoreDocument(const std::string& text, const SDocumentPlace& place, const CKeyRing& keys);
+
 /// The storage that keeps a root: the same for the same client, set and path, so that a run that was cut off before its
-/// first checkpoint finds its blocks again.
-[[nodiscard]] guid::guid_t StorageIdOf(const guid::guid_t& clientId, const std::string& set, const std::string& path);
+/// first checkpoint finds its blocks again. With a key it tells nobody without it which path it stands for.
+[[nodiscard]] guid::guid_t StorageIdOf(const guid::guid_t& clientId, const std::string& set, const std::string& path,
+                                       const data_key_ptr& key = {});
 
 /// "2026-11-21T08:00:00Z", and back.
 [[nodiscard]] std::string ToIsoText(const STime& time);

@@ -34,27 +34,38 @@ void WaitUntilSettled(const STime& ctime) {
     }
 }
 
-/// The item's state as it is now; the file is open, so it cannot become another.
-SEntry StatAgain(const SSourceItem& item) { return StatItem(item.parentFd, item.name, item.path).entry; }
-
-bool SameState(const SEntry& a, const SEntry& b) {
-    return a.type == b.type && a.inode == b.inode && a.size == b.size && a.mtime == b.mtime && a.ctime == b.ctime;
+bool SameState(const SEntry& a, const SEntry& b, const SChangeSigns& signs) {
+    return a.type == b.type && a.size == b.size && a.mtime == b.mtime && (signs.ignoreCtime || a.ctime == b.ctime);
 }
 
 }  // namespace
 
-CSourceBackup::CSourceBackup(std::string root, const CMetaState& known, CChunkStream& stream, trouble_sink_t onTrouble)
-    : root_(std::move(root)),
-      known_(known),
-      stream_(stream),
-      onTrouble_(std::move(onTrouble)),
-      index_(known),
-      cursor_(known.GetEntries().begin()) {}
+std::string FullPathOf(const std::string& root, const std::string& path) {
+    if (path.empty()) {
+        return root;
+    }
+    return (root == "/" ? std::string() : root) + "/" + path;
+}
+
+void AppendSegment(SEntry& entry, const SSegment& segment) {
+    if (!entry.segments.empty()) {
+        SSegment& last = entry.segments.back();
+        if (last.fileOffset + last.length == segment.fileOffset &&
+            last.streamOffset + last.length == segment.streamOffset) {
+            last.length += segment.length;
+            return;
+        }
+    }
+    entry.segments.push_back(segment);
+}
+
+CSourceBackup::CSourceBackup(SSourceParams params, const CMetaState& known)
+    : params_(std::move(params)), known_(known), index_(known), cursor_(known.GetEntries().begin()) {}
 
 SMetaChanges CSourceBackup::Run() {
-    WalkTree(root_, *this);
+    WalkTree(params_.root, *this, params_.filter);
     for (; cursor_ != known_.GetEntries().end(); ++cursor_) {
-        changes_.removed.insert(cursor_->first);
+        Remove(cursor_->first, cursor_->second.Unpack());
     }
     RepairKeptHardLinks();
     statistics_.removed = changes_.removed.size();
@@ -64,7 +75,7 @@ SMetaChanges CSourceBackup::Run() {
 void CSourceBackup::SkipRemovedBefore(const std::string& path) {
     const auto& less = known_.GetEntries().key_comp();
     for (; cursor_ != known_.GetEntries().end() && less(cursor_->first, path); ++cursor_) {
-        changes_.removed.insert(cursor_->first);
+        Remove(cursor_->first, cursor_->second.Unpack());
     }
 }
 
@@ -78,6 +89,11 @@ std::optional<SEntry> CSourceBackup::TakeKnown(const std::string& path) {
     return entry;
 }
 
+void CSourceBackup::Remove(const std::string& path, const SEntry& known) {
+    changes_.removed.insert(path);
+    Tell(EChange::removed, path, known);
+}
+
 void CSourceBackup::KeepKnownAt(const std::string& path) {
     SkipRemovedBefore(path);
     for (; cursor_ != known_.GetEntries().end() && IsAtOrUnder(cursor_->first, path); ++cursor_) {
@@ -89,17 +105,12 @@ void CSourceBackup::KeepKnownAt(const std::string& path) {
 }
 
 void CSourceBackup::OnItem(const SSourceItem& item) {
+    if (params_.progress != nullptr) {
+        params_.progress->Begin(params_.root, item.path);
+    }
     const auto known = TakeKnown(item.path);
     try {
-        if (IsSocket(item)) {
-            if (known) {
-                changes_.removed.insert(item.path);
-            }
-        } else if (item.entry.type == EEntryType::file) {
-            VisitFile(item, known);
-        } else {
-            VisitOther(item, known);
-        }
+        VisitItem(item, known);
     } catch (const posix::CPosixExc& failure) {
         const bool gone = failure.GetErrorNumber() == ENOENT;
         const bool keep = known && known->type == item.entry.type && !gone;
@@ -107,8 +118,11 @@ void CSourceBackup::OnItem(const SSourceItem& item) {
         if (keep) {
             CountEntry(*known);
         } else if (known) {
-            changes_.removed.insert(item.path);
+            Remove(item.path, *known);
         }
+    }
+    if (params_.progress != nullptr && item.entry.type == EEntryType::file) {
+        params_.progress->EndFile(item.entry.size);
     }
 }
 
@@ -122,27 +136,49 @@ void CSourceBackup::OnError(const std::string& path, bool, const std::exception&
     KeepKnownAt(path);
 }
 
+void CSourceBackup::VisitItem(const SSourceItem& item, const std::optional<SEntry>& known) {
+    if (IsSocket(item)) {
+        if (known) {
+            Remove(item.path, *known);
+        }
+    } else if (item.entry.type == EEntryType::file) {
+        VisitFile(item, known);
+    } else {
+        VisitOther(item, known);
+    }
+}
+
+bool CSourceBackup::IsKept(const std::optional<SEntry>& known, const SSourceItem& item) const {
+    return known && IsUnchanged(*known, item.entry, params_.signs);
+}
+
 void CSourceBackup::VisitFile(const SSourceItem& item, const std::optional<SEntry>& known) {
     if (item.links > 1 && VisitHardLink(item, known)) {
         return;
     }
-    if (known && IsUnchanged(*known, item.entry)) {
-        ++statistics_.unchanged;
-        CountEntry(*known);
+    if (IsKept(known, item) && !params_.force) {
+        KeepUnchanged(*known);
     } else {
         SEntry entry = item.entry;
-        if (auto moved = known ? std::nullopt : index_.FindMoved(entry)) {
-            entry.segments = std::move(moved->segments);
-            entry.contentSha256 = moved->contentSha256;
-            entry.xattrs = ReadXattrs(item);
-        } else {
-            ReadFile(item, entry);
+        if (params_.stream != nullptr) {
+            FillFile(item, known, entry);
         }
-        Put(item.path, entry, !known);
+        Put(item.path, entry, known);
     }
     if (item.links > 1) {
         firstNames_.emplace(inode_key_t{item.entry.device, item.entry.inode}, item.path);
     }
+}
+
+void CSourceBackup::FillFile(const SSourceItem& item, const std::optional<SEntry>& known, SEntry& entry) {
+    auto moved = known || params_.force ? std::nullopt : index_.FindMoved(entry);
+    if (!moved) {
+        ReadFile(item, entry);
+        return;
+    }
+    entry.segments = std::move(moved->segments);
+    entry.contentSha256 = moved->contentSha256;
+    entry.xattrs = ReadXattrs(item);
 }
 
 bool CSourceBackup::VisitHardLink(const SSourceItem& item, const std::optional<SEntry>& known) {
@@ -158,18 +194,16 @@ bool CSourceBackup::VisitHardLink(const SSourceItem& item, const std::optional<S
     entry.inode = item.entry.inode;
     entry.device = item.entry.device;
     if (known && known->type == entry.type && known->target == entry.target) {
-        ++statistics_.unchanged;
-        CountEntry(*known);
+        KeepUnchanged(*known);
     } else {
-        Put(item.path, entry, !known);
+        Put(item.path, entry, known);
     }
     return true;
 }
 
 void CSourceBackup::VisitOther(const SSourceItem& item, const std::optional<SEntry>& known) {
-    if (known && IsUnchanged(*known, item.entry)) {
-        ++statistics_.unchanged;
-        CountEntry(*known);
+    if (IsKept(known, item)) {
+        KeepUnchanged(*known);
         return;
     }
     SEntry entry = item.entry;
@@ -177,87 +211,102 @@ void CSourceBackup::VisitOther(const SSourceItem& item, const std::optional<SEnt
     if (entry.type == EEntryType::symlink) {
         entry.target = ReadLinkTarget(item);
     }
-    Put(item.path, entry, !known);
+    Put(item.path, entry, known);
 }
 
 void CSourceBackup::ReadFile(const SSourceItem& item, SEntry& entry) {
-    WaitUntilSettled(entry.ctime);
-    const posix::posix_file_t file = OpenItem(item);
-    SEntry before = StatAgain(item);
-    if (before.type != EEntryType::file) {
-        throw posix::CPosixExc("open", item.path, ENOENT);
-    }
-    entry = std::move(before);
-    entry.xattrs = ReadXattrs(item);
-    const SEntry stat = entry;
-    if (entry.size <= smallFileLimit) {
-        ReadSmallFile(file, entry);
-    } else {
-        ReadLargeFile(file, entry);
-    }
     ++statistics_.filesRead;
-    bool same = false;
-    try {
-        same = SameState(stat, StatAgain(item));
-    } catch (const posix::CPosixExc&) {  // removed since: what was read is whole
-        same = true;
-    }
-    if (!same || entry.size != stat.size) {
+    if (!ReadOnce(item, entry, false) && !ReadOnce(item, entry, true)) {
         entry.recheck = true;
         Trouble(item.path, "changed while it was read; what was saved may be a mixture");
     }
 }
 
-void CSourceBackup::ReadSmallFile(const posix::posix_file_t& file, SEntry& entry) {
+/// False when the file changed meanwhile. Its name may have been given to another file: then that one is as good.
+bool CSourceBackup::ReadOnce(const SSourceItem& item, SEntry& entry, bool isLastTry) {
+    WaitUntilSettled(entry.ctime);
+    const posix::posix_file_t file = OpenItem(item);
+    entry = StatOpened(file);
+    if (entry.type != EEntryType::file) {
+        throw posix::CPosixExc("open", item.path, ENOENT);
+    }
+    entry.xattrs = ReadXattrs(item);
+    const SEntry before = entry;
+    const bool isSmall = entry.size <= smallFileLimit;
+    if (isSmall) {
+        ReadSmallContent(file, entry);
+    } else {
+        ReadLargeContent(file, entry);
+    }
+    if (params_.afterRead) {
+        params_.afterRead(FullPathOf(params_.root, item.path));
+    }
+    const bool settled = IsSettled(file, before, entry);
+    if (isSmall && (settled || isLastTry)) {
+        StoreSmallContent(entry);
+    }
+    return settled;
+}
+
+bool CSourceBackup::IsSettled(const posix::posix_file_t& file, const SEntry& before, const SEntry& entry) const {
+    return entry.size == before.size && SameState(before, StatOpened(file), params_.signs);
+}
+
+void CSourceBackup::ReadSmallContent(const posix::posix_file_t& file, SEntry& entry) {
     smallFile_.assign(entry.size, '\0');
-    struct SRun {
-        std::uint64_t offset;
-        std::size_t size;
-    };
-    std::vector<SRun> runs;
+    smallRuns_.clear();
     entry.size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
         std::copy(data.begin(), data.end(), smallFile_.begin() + static_cast<std::ptrdiff_t>(offset));
-        runs.push_back({offset, data.size()});
+        smallRuns_.push_back({offset, data.size()});
     });
+    statistics_.bytesRead += entry.size;
+}
+
+void CSourceBackup::StoreSmallContent(SEntry& entry) {
     const std::span<const char> content(smallFile_.data(), entry.size);
     entry.contentSha256 = digest::Sha256(content);
-    statistics_.bytesRead += entry.size;
     if (auto copy = index_.FindCopy(*entry.contentSha256, entry.size)) {
         entry.segments = *std::move(copy);
         return;
     }
-    for (const auto& run : runs) {
+    for (const auto& run : smallRuns_) {
         AppendData(entry, run.offset, content.subspan(run.offset, run.size));
     }
     index_.Add(entry);
 }
 
-void CSourceBackup::ReadLargeFile(const posix::posix_file_t& file, SEntry& entry) {
-    stream_.Cut();
+void CSourceBackup::ReadLargeContent(const posix::posix_file_t& file, SEntry& entry) {
+    params_.stream->Cut();
     entry.size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
         AppendData(entry, offset, data);
         statistics_.bytesRead += data.size();
+        if (params_.progress != nullptr) {
+            params_.progress->SetRead(offset + data.size());
+        }
     });
-    stream_.Cut();
+    params_.stream->Cut();
 }
 
 void CSourceBackup::AppendData(SEntry& entry, std::uint64_t fileOffset, std::span<const char> data) {
-    const std::uint64_t streamOffset = stream_.GetPosition();
-    stream_.Append(data);
-    if (!entry.segments.empty()) {
-        SSegment& last = entry.segments.back();
-        if (last.fileOffset + last.length == fileOffset && last.streamOffset + last.length == streamOffset) {
-            last.length += data.size();
-            return;
-        }
-    }
-    entry.segments.push_back({fileOffset, streamOffset, data.size()});
+    const std::uint64_t streamOffset = params_.stream->GetPosition();
+    params_.stream->Append(data);
+    AppendSegment(entry, {fileOffset, streamOffset, data.size()});
 }
 
-void CSourceBackup::Put(const std::string& path, const SEntry& entry, bool isNew) {
+void CSourceBackup::KeepUnchanged(const SEntry& known) {
+    ++statistics_.unchanged;
+    CountEntry(known);
+}
+
+void CSourceBackup::Put(const std::string& path, const SEntry& entry, const std::optional<SEntry>& known) {
+    if (known == entry) {  // read again, and the same to the last bit
+        KeepUnchanged(*known);
+        return;
+    }
     changes_.Put(path, entry);
-    ++(isNew ? statistics_.added : statistics_.changed);
+    ++(known ? statistics_.changed : statistics_.added);
     CountEntry(entry);
+    Tell(known ? EChange::changed : EChange::added, path, entry);
 }
 
 void CSourceBackup::CountEntry(const SEntry& entry) {
@@ -275,9 +324,18 @@ void CSourceBackup::CountEntry(const SEntry& entry) {
     }
 }
 
+void CSourceBackup::Tell(EChange kind, const std::string& path, const SEntry& entry) const {
+    if (params_.onChange) {
+        params_.onChange({kind, FullPathOf(params_.root, path), entry.type, entry.size});
+    }
+}
+
 void CSourceBackup::Trouble(const std::string& path, const std::string& reason) {
     ++statistics_.errors;
-    onTrouble_({path.empty() ? root_ : root_ + "/" + path, reason});
+    if (params_.progress != nullptr) {
+        params_.progress->AddError();
+    }
+    params_.onTrouble({FullPathOf(params_.root, path), reason});
 }
 
 /// A name that was kept because its folder cannot be read may have been another name of a file that is gone: it then

@@ -1,5 +1,12 @@
 #include "agent/run/SourceRestore.h"
 
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "agent/chunk/ThreadCount.h"
+#include "common/exc.h"
+
 namespace agent {
 
 namespace {
@@ -7,33 +14,102 @@ namespace {
 // Only a damaged or hostile checkpoint makes so many files wait for each other.
 constexpr std::size_t maxOpenFiles = 512;
 
+EReplace ReplaceWhat(EPlanned planned) { return planned == EPlanned::replace ? EReplace::yes : EReplace::no; }
+
 }  // namespace
 
-CSourceRestore::CSourceRestore(const CMetaState& state, CRestoreTarget& target, std::string prefix,
-                               trouble_sink_t onTrouble)
-    : target_(target),
-      prefix_(std::move(prefix)),
-      onTrouble_(std::move(onTrouble)),
-      plan_(MakeRestorePlan(state)),
-      failed_(plan_.files.size()),
-      finished_(plan_.files.size()) {}
-
-void CSourceRestore::Run(const SChunkSource& source) {
-    MakeFolders();
-    RestoreEmptyFiles();
-    RestoreContent(source);
-    RestoreCopies();
-    RestoreOthers();
-    FinishFolders();
+CSourceRestore::CSourceRestore(const CMetaState& state, CRestoreTarget target, STargetMapping mapping,
+                               CRestoreFilter filter, const SSourceRestoreOptions& options, const SRestoreSinks& sinks,
+                               SProgress& progress)
+    : state_(state),
+      target_(std::move(target)),
+      mapping_(std::move(mapping)),
+      filter_(std::move(filter)),
+      options_(options),
+      sinks_(sinks),
+      progress_(progress) {
+    CExistingItems existing(target_, mapping_, options_.overwrite, options_.compareContent || options_.verify);
+    plan_ = MakeRestorePlan(state_, filter_, mapping_.strip,
+                            options_.overwrite == EOverwrite::refuse ? nullptr : &existing);
+    failed_.resize(plan_.files.size());
+    finished_.resize(plan_.files.size());
+    written_.resize(options_.verify ? plan_.files.size() : 0);
+    isNewFolder_.resize(plan_.folders.size());
+    statistics_.skipped = plan_.skipped;
+    if (options_.deleteOthers) {
+        FindDeletions();
+    }
+    progress_.filesTotal += plan_.files.size();
+    for (const auto& wanted : plan_.wanted) {  // holes take no time
+        for (const auto& piece : wanted.pieces) {
+            progress_.bytesTotal += piece.length;
+        }
+    }
+    for (const auto& copy : plan_.copies) {
+        progress_.bytesTotal += plan_.files[copy.file].size;
+    }
 }
 
-std::string CSourceRestore::TargetPath(const std::string& path) const {
-    return path.empty() ? prefix_ : prefix_.empty() ? path : prefix_ + "/" + path;
+void CSourceRestore::FindDeletions() {
+    for (const auto& folder : plan_.folders) {
+        if (folder.planned == EPlanned::keep) {
+            Try(*folder.path, [&] { FindDeletionsIn(*folder.path); });
+        }
+    }
+}
+
+void CSourceRestore::FindDeletionsIn(const std::string& folder) {
+    for (const auto& name : target_.ListNames(TargetPath(folder))) {
+        const std::string path = folder.empty() ? name : folder + "/" + name;
+        const bool isUnknown = state_.GetEntries().find(path) == state_.GetEntries().end();
+        if (isUnknown && filter_.Takes(path, false) && filter_.Takes(path, true)) {
+            deletions_.push_back(TargetPath(path));
+        }
+    }
+}
+
+void CSourceRestore::TellPlan() const {
+    const auto tell = [&](const SRestorePlan::SItem& item) {
+        if (sinks_.onAction && (item.planned == EPlanned::create || item.planned == EPlanned::replace)) {
+            sinks_.onAction(item.planned == EPlanned::create ? ERestoreAction::create : ERestoreAction::replace,
+                            target_.FullPath(TargetPath(*item.path)));
+        }
+    };
+    std::for_each(plan_.folders.begin(), plan_.folders.end(), tell);
+    std::for_each(plan_.files.begin(), plan_.files.end(), tell);
+    std::for_each(plan_.others.begin(), plan_.others.end(), tell);
+    std::for_each(plan_.hardLinks.begin(), plan_.hardLinks.end(), tell);
+    for (const auto& path : deletions_) {
+        if (sinks_.onAction) {
+            sinks_.onAction(ERestoreAction::remove, target_.FullPath(path));
+        }
+    }
+}
+
+void CSourceRestore::Run(const SChunkSource& source) {
+    smallFiles_.emplace(target_, ThreadCount(options_.threads));
+    MakeFolders();
+    RestoreFilesWithoutChunks();
+    RestoreContent(source);
+    CollectSmallFiles(true);
+    RestoreCopies();
+    RestoreOthers();
+    RestoreHardLinks();
+    UpdateKept();
+    DeleteOthers();
+    FinishFolders();
+    if (options_.verify) {
+        VerifyFiles();
+    }
+    smallFiles_.reset();
 }
 
 void CSourceRestore::Trouble(const std::string& path, const std::string& reason) {
     ++statistics_.errors;
-    onTrouble_({"/" + path, reason});
+    ++progress_.errors;
+    if (sinks_.onTrouble) {
+        sinks_.onTrouble({target_.FullPath(TargetPath(path)), reason});
+    }
 }
 
 template <class Action>
@@ -42,28 +118,73 @@ bool CSourceRestore::Try(const std::string& path, const Action& action) {
         action();
         return true;
     } catch (const std::exception& failure) {
-        Trouble(TargetPath(path), failure.what());
+        Trouble(path, failure.what());
         return false;
     }
 }
 
-void CSourceRestore::MakeFolders() {
-    for (const auto& folder : plan_.folders) {
-        const std::string& path = folder.first;
-        statistics_.folders += Try(path, [&] { target_.MakeFolder(TargetPath(path)); }) ? 1U : 0U;
-    }
-    if (plan_.folders.empty()) {  // the root is a single file
-        const auto slash = prefix_.find_last_of('/');
-        target_.MakeFolder(slash == std::string::npos ? std::string() : prefix_.substr(0, slash));
+void CSourceRestore::Tell(const std::string& path, std::uint64_t files, std::uint64_t bytes) {
+    progress_.filesDone += files;
+    progress_.bytesDone += bytes;
+    if (sinks_.onProgress) {
+        progress_.currentPath = target_.FullPath(TargetPath(path));
+        sinks_.onProgress(progress_);
     }
 }
 
-void CSourceRestore::RestoreEmptyFiles() {
+void CSourceRestore::Done(const std::string& path, EPlanned planned, std::uint64_t bytes) {
+    ++statistics_.files;
+    statistics_.bytes += bytes;
+    if (sinks_.onAction) {
+        sinks_.onAction(planned == EPlanned::replace ? ERestoreAction::replace : ERestoreAction::create,
+                        target_.FullPath(TargetPath(path)));
+    }
+}
+
+void CSourceRestore::MakeFolders() {
+    for (std::size_t i = 0; i < plan_.folders.size(); ++i) {
+        const auto& folder = plan_.folders[i];
+        const bool isMade = Try(*folder.path, [&] {
+            MakeWay(*folder.path, folder.planned);
+            isNewFolder_[i] = target_.MakeFolder(TargetPath(*folder.path));
+        });
+        statistics_.folders += isMade ? 1U : 0U;
+    }
+    if (plan_.folders.empty()) {  // the root is a single file
+        target_.MakeFolder(std::string(ParentPath(mapping_.prefix)));
+    }
+}
+
+/// What is replaced by a rename needs no way made, unless it is a folder.
+void CSourceRestore::MakeWay(const std::string& path, EPlanned planned) {
+    if (planned != EPlanned::replace) {
+        return;
+    }
+    const std::string target = TargetPath(path);
+    const auto now = target_.Find(target);
+    if (now && now->type == EEntryType::directory && !options_.deleteOthers && !target_.ListNames(target).empty()) {
+        throw exc::CRuntimeExc("a folder that is not empty is in its place (--delete removes it)");
+    }
+    if (now) {
+        target_.Remove(target, options_.deleteOthers);
+    }
+}
+
+void CSourceRestore::RestoreFilesWithoutChunks() {
+    std::vector<bool> isCopy(plan_.files.size());
+    for (const auto& copy : plan_.copies) {
+        isCopy[copy.file] = true;
+    }
     for (std::size_t i = 0; i < plan_.files.size(); ++i) {
-        const auto& file = plan_.files[i];
-        if (file.entry.segments.empty()) {
-            Try(file.path, [&] { FinishFile(i, target_.CreateFile(TargetPath(file.path), file.entry.size)); });
+        if (plan_.files[i].pieces != 0 || isCopy[i]) {
+            continue;
         }
+        const std::string& path = *plan_.files[i].path;
+        if (!Try(path, [&] { FinishFile(i, std::move(OpenFile(i))); })) {
+            failed_[i] = true;
+        }
+        open_.erase(i);
+        Tell(path, 1, 0);
     }
 }
 
@@ -71,20 +192,79 @@ void CSourceRestore::RestoreContent(const SChunkSource& source) {
     std::vector<SChunk> chunks;
     chunks.reserve(plan_.wanted.size());
     for (const auto& wanted : plan_.wanted) {
-        chunks.push_back(wanted.chunk);
+        chunks.push_back(*wanted.chunk);
     }
-    CChunkReader(source).Read(chunks, *this);
+    if (!chunks.empty()) {
+        CChunkReader(source).Read(chunks, *this);
+    }
+}
+
+bool CSourceRestore::IsSmall(const SRestorePlan::SPiece& piece) const {
+    const auto& file = plan_.files[piece.file];
+    return file.pieces == 1 && file.planned == EPlanned::create && file.size <= smallFileSize && file.local.empty() &&
+           !open_.contains(piece.file);
 }
 
 void CSourceRestore::OnChunk(std::size_t index, std::span<const char> plain) {
+    std::size_t small = 0;
     for (const auto& piece : plan_.wanted[index].pieces) {
         if (failed_[piece.file]) {
+            continue;
+        }
+        if (IsSmall(piece)) {
+            ++small;
             continue;
         }
         try {
             WritePiece(piece, plain.subspan(piece.chunkOffset, piece.length));
         } catch (const std::exception& failure) {
             GiveUp(piece.file, failure.what());
+        }
+        // Outside: what the sink throws ends the run.
+        Tell(*plan_.files[piece.file].path, finished_[piece.file] ? 1 : 0, piece.length);
+    }
+    if (small != 0) {
+        Submit(index, plain);
+    }
+}
+
+/// Hands the small files of a chunk over, with a copy of its bytes.
+void CSourceRestore::Submit(std::size_t index, std::span<const char> plain) {
+    auto batch = std::make_unique<CSmallFiles::SBatch>();
+    batch->bytes.assign(plain.begin(), plain.end());
+    for (const auto& piece : plan_.wanted[index].pieces) {
+        const auto& file = plan_.files[piece.file];
+        if (!failed_[piece.file] && IsSmall(piece)) {
+            batch->files.push_back({piece.file,
+                                    TargetPath(*file.path),
+                                    file.entry,
+                                    piece.fileOffset,
+                                    piece.chunkOffset,
+                                    piece.length,
+                                    {}});
+            if (options_.verify) {
+                const auto bytes = plain.subspan(piece.chunkOffset, piece.length);
+                written_[piece.file].push_back({{piece.fileOffset, piece.length}, digest::Sha256(bytes)});
+            }
+        }
+    }
+    smallFiles_->Submit(std::move(batch));
+    CollectSmallFiles(false);
+}
+
+void CSourceRestore::CollectSmallFiles(bool all) {
+    while (all ? !smallFiles_->IsEmpty() : smallFiles_->IsFull()) {
+        const auto batch = smallFiles_->TakeOldest();
+        for (const auto& file : batch->files) {
+            const auto& planned = plan_.files[file.index];
+            finished_[file.index] = file.failure.empty();
+            failed_[file.index] = !finished_[file.index];
+            if (failed_[file.index]) {
+                Trouble(*planned.path, file.failure);
+            } else {
+                Done(*planned.path, planned.planned, planned.size);
+            }
+            Tell(*planned.path, 1, file.length);
         }
     }
 }
@@ -97,17 +277,35 @@ void CSourceRestore::OnDamagedChunk(std::size_t index, const std::exception& rea
     }
 }
 
+/// Opens a file with all that it takes over from the one that it replaces.
+STargetFile& CSourceRestore::OpenFile(std::size_t index) {
+    const auto found = open_.find(index);
+    if (found != open_.end()) {
+        return found->second;
+    }
+    if (open_.size() == maxOpenFiles) {
+        throw exc::CRuntimeExc("too many files share the same content");
+    }
+    const auto& file = plan_.files[index];
+    const std::string target = TargetPath(*file.path);
+    STargetFile created = target_.CreateFile(target, file.size);
+    if (!file.local.empty()) {
+        const posix::posix_file_t old = target_.OpenFile(target);
+        for (const auto& range : file.local) {
+            CRestoreTarget::CopyRange(old, created, range);
+        }
+    }
+    return open_.emplace(index, std::move(created)).first->second;
+}
+
 void CSourceRestore::WritePiece(const SRestorePlan::SPiece& piece, std::span<const char> plain) {
     auto& file = plan_.files[piece.file];
-    auto found = open_.find(piece.file);
-    if (found == open_.end()) {
-        if (open_.size() == maxOpenFiles) {
-            throw exc::CRuntimeExc("too many files share the same content");
-        }
-        found = open_.emplace(piece.file, target_.CreateFile(TargetPath(file.path), file.entry.size)).first;
+    OpenFile(piece.file).file.WriteAt(piece.fileOffset, plain);
+    if (options_.verify) {
+        written_[piece.file].push_back({{piece.fileOffset, piece.length}, digest::Sha256(plain)});
     }
-    found->second.file.WriteAt(piece.fileOffset, plain);
     if (--file.pieces == 0) {
+        const auto found = open_.find(piece.file);
         STargetFile whole = std::move(found->second);
         open_.erase(found);
         FinishFile(piece.file, std::move(whole));
@@ -116,55 +314,162 @@ void CSourceRestore::WritePiece(const SRestorePlan::SPiece& piece, std::span<con
 
 void CSourceRestore::FinishFile(std::size_t index, STargetFile file) {
     const auto& planned = plan_.files[index];
-    target_.FinishFile(std::move(file), planned.entry);
+    const auto now = planned.planned == EPlanned::replace ? target_.Find(TargetPath(*planned.path)) : std::nullopt;
+    if (now && now->type == EEntryType::directory) {
+        MakeWay(*planned.path, planned.planned);
+    }
+    target_.FinishFile(std::move(file), planned.entry->Unpack(), ReplaceWhat(planned.planned));
     finished_[index] = true;
-    ++statistics_.files;
-    statistics_.bytes += planned.entry.size;
+    Done(*planned.path, planned.planned, planned.size);
 }
 
 void CSourceRestore::GiveUp(std::size_t index, const std::string& reason) {
     failed_[index] = true;
     open_.erase(index);
-    Trouble(TargetPath(plan_.files[index].path), reason);
+    Trouble(*plan_.files[index].path, reason);
 }
 
 void CSourceRestore::RestoreCopies() {
     for (const auto& copy : plan_.copies) {
         const auto& file = plan_.files[copy.file];
-        const auto& original = plan_.files[copy.original];
+        const std::string& original = *plan_.files[copy.original].path;
         if (!finished_[copy.original]) {
-            Trouble(TargetPath(file.path), "has the content of '" + original.path + "', which could not be restored");
+            Trouble(*file.path, "has the content of '" + original + "', which could not be restored");
             continue;
         }
-        Try(file.path, [&] {
-            auto target = target_.CreateFile(TargetPath(file.path), file.entry.size);
-            target_.CopyContent(TargetPath(original.path), target);
+        Try(*file.path, [&] {
+            auto target = target_.CreateFile(TargetPath(*file.path), file.size);
+            target_.CopyContent(TargetPath(original), target);
+            if (options_.verify) {
+                written_[copy.file] = written_[copy.original];
+            }
             FinishFile(copy.file, std::move(target));
         });
+        Tell(*file.path, 1, file.size);
     }
 }
 
 void CSourceRestore::RestoreOthers() {
     for (const auto& other : plan_.others) {
-        const auto restore = [&] { RestoreOther(TargetPath(other.first), other.second); };
-        statistics_.others += Try(other.first, restore) ? 1U : 0U;
+        const bool isRestored = Try(*other.path, [&] {
+            MakeWay(*other.path, other.planned);
+            RestoreOther(TargetPath(*other.path), other.entry->Unpack());
+        });
+        statistics_.others += isRestored ? 1U : 0U;
+        Tell(*other.path, 0, 0);
     }
 }
 
 void CSourceRestore::RestoreOther(const std::string& path, const SEntry& entry) {
     if (entry.type == EEntryType::symlink) {
         target_.MakeSymlink(path, entry);
-    } else if (entry.type == EEntryType::hardLink) {
-        target_.MakeHardLink(path, TargetPath(entry.target));
     } else {
         target_.MakeNode(path, entry);
     }
 }
 
+void CSourceRestore::RestoreHardLinks() {
+    for (std::size_t i = 0; i < plan_.files.size(); ++i) {
+        if (!plan_.hardLinks.empty() && !finished_[i]) {
+            lost_.insert(plan_.files[i].path);
+        }
+    }
+    for (const auto& link : plan_.hardLinks) {
+        bool isNew = false;
+        if (Try(*link.path, [&] { isNew = RestoreHardLink(link); })) {
+            ++(isNew ? statistics_.others : statistics_.unchanged);
+        }
+    }
+}
+
+/// False when it is there.
+bool CSourceRestore::RestoreHardLink(const SRestorePlan::SHardLink& link) {
+    if (link.existing == nullptr) {
+        throw exc::CRuntimeExc("is another name of what is no file of the checkpoint");
+    }
+    if (lost_.contains(link.existing)) {
+        throw exc::CRuntimeExc("is another name of '" + *link.existing + "', which could not be restored");
+    }
+    const std::string existing = TargetPath(*link.existing);
+    const std::string path = TargetPath(*link.path);
+    const auto first = target_.Find(existing);
+    const auto now = link.planned == EPlanned::create ? std::nullopt : target_.Find(path);
+    if (first && now && first->inode == now->inode && first->device == now->device) {
+        return false;
+    }
+    MakeWay(*link.path, link.planned);
+    target_.MakeHardLink(path, existing);
+    return true;
+}
+
+void CSourceRestore::UpdateKept() {
+    for (const auto& item : plan_.kept) {
+        const bool isRight =
+            Try(*item.path, [&] { target_.UpdateAttributes(TargetPath(*item.path), item.entry->Unpack()); });
+        statistics_.unchanged += isRight ? 1U : 0U;
+        Tell(*item.path, 0, 0);
+    }
+}
+
 /// Deepest first: giving a folder its times and its mode comes after everything in it.
 void CSourceRestore::FinishFolders() {
-    for (auto folder = plan_.folders.rbegin(); folder != plan_.folders.rend(); ++folder) {
-        Try(folder->first, [&] { target_.FinishFolder(TargetPath(folder->first), folder->second); });
+    for (std::size_t i = plan_.folders.size(); i-- > 0;) {
+        const auto& folder = plan_.folders[i];
+        const bool isOurs = isNewFolder_[i] || (folder.isSelected && folder.planned != EPlanned::skip);
+        // The folder that the user named stays as it is, unless it stands for one of the checkpoint.
+        if (isOurs) {
+            Try(*folder.path, [&] {
+                const SEntry entry = folder.entry->Unpack();
+                const std::string path = TargetPath(*folder.path);
+                isNewFolder_[i] ? target_.FinishFolder(path, entry) : void(target_.UpdateAttributes(path, entry));
+            });
+        }
+    }
+}
+
+void CSourceRestore::DeleteOthers() {
+    for (const auto& path : deletions_) {
+        try {
+            target_.Remove(path, true);
+            ++statistics_.deleted;
+            if (sinks_.onAction) {
+                sinks_.onAction(ERestoreAction::remove, target_.FullPath(path));
+            }
+        } catch (const std::exception& failure) {
+            ++statistics_.errors;
+            if (sinks_.onTrouble) {
+                sinks_.onTrouble({target_.FullPath(path), failure.what()});
+            }
+        }
+    }
+}
+
+void CSourceRestore::VerifyFiles() {
+    target_.Sync();
+    for (std::size_t i = 0; i < plan_.files.size(); ++i) {
+        const auto& file = plan_.files[i];
+        if (finished_[i]) {
+            const auto verify = [&] { VerifyFile(TargetPath(*file.path), file.size, written_[i]); };
+            statistics_.verified += Try(*file.path, verify) ? 1U : 0U;
+            Tell(*file.path, 0, 0);
+        }
+    }
+}
+
+void CSourceRestore::VerifyFile(const std::string& path, std::uint64_t size, const std::vector<SPieceDigest>& pieces) {
+    const posix::posix_file_t file = target_.OpenFile(path);
+    // What is only in memory proves nothing.
+    ::posix_fadvise(file.GetFd(), 0, 0, POSIX_FADV_DONTNEED);
+    if (file.GetSize() != size) {
+        throw exc::CRuntimeExc("has %1 bytes when read back, not the %2 that were written", file.GetSize(), size);
+    }
+    std::vector<char> buffer;
+    for (const auto& piece : pieces) {
+        buffer.resize(piece.range.length);
+        const std::size_t count = file.ReadAt(piece.range.offset, buffer.data(), buffer.size());
+        if (count != buffer.size() || digest::Sha256(buffer) != piece.sha256) {
+            throw exc::CRuntimeExc("what was read back at byte %1 is not what was written", piece.range.offset);
+        }
     }
 }
 

@@ -38,8 +38,7 @@ clients::SS3ClientOptions OptionsOf(const s3_spec_t& spec, const clients::SNetwo
     clients::SS3ClientOptions options;
     const auto& address = spec.bucketAddr;
     options.bucket = {address.apiEndpoint, address.region, address.bucketName, spec.options.useVirtualHostedStyle};
-    options.http.connections = network.connections;
-    options.http.caFile = network.caFile;
+    clients::ApplyNetwork(network, options.http);
     if (address.proxy.IsSet()) {
         options.http.proxy = address.proxy.Get().endpoint;
         options.http.proxyUser = address.proxy.Get().userName;
@@ -67,8 +66,7 @@ SOpenedStore Open(const azure_spec_t& spec, bool make, const clients::SNetworkOp
     const auto account = clients::azure::ReadConnectionString(spec.connectionString);
     clients::SAzureClientOptions options;
     options.container = spec.containerName;
-    options.http.connections = network.connections;
-    options.http.caFile = network.caFile;
+    clients::ApplyNetwork(network, options.http);
     store.client =
         clients::OpenOverNetwork(network, [&] { return clients::OpenAzureContainer(options, account, make); });
     TakeRepository(spec.repository, store);

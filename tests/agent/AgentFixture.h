@@ -19,6 +19,8 @@ protected:
     AgentTest() {
         options_.location = "dir:" + (dir_ / "repository");
         options_.stateFolder = dir_ / "state";
+        options_.keys.password = [](EPasswordUse) { return crypto::sec_bytes_t(8, 'p'); };
+        options_.keys.cost = {8U << 10U, 1};  // a key in no time
         MakeFolder("");
         CreateRepository(options_);
     }

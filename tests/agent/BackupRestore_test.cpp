@@ -83,8 +83,9 @@ TEST_F(BackupRestore, ASecondRunOverAnUnchangedSourceUploadsAHeaderAndADocument)
     auto after = Objects("");
     std::vector<std::string> added;
     std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::back_inserter(added));
-    ASSERT_THAT(added, testing::UnorderedElementsAre(testing::EndsWith(".2"), testing::EndsWith("/Checkpoint/2")));
-    const auto header = added[0].ends_with(".2") ? added[0] : added[1];
+    ASSERT_THAT(added, testing::UnorderedElementsAre(testing::ContainsRegex("/Metadata/[0-9a-f-]{36}\\.[0-9]+$"),
+                                                     testing::EndsWith("/Checkpoint/2")));
+    const auto header = added[0].ends_with("/Checkpoint/2") ? added[1] : added[0];
     EXPECT_EQ(fs::file_size(header), 8192U);
     EXPECT_EQ(Statistics(result).filesRead, 0U);
     EXPECT_EQ(Statistics(result).unchanged, 52U);

@@ -10,6 +10,10 @@ namespace {
 SSetDocument Example() {
     SSetDocument document;
     document.host = "host\xff";
+    document.user = "user\x80";
+    document.programVersion = "cloudbackup 1";
+    document.tags = {"a", "b\xff"};
+    document.description = "line\n\\ \xfe";
     document.started = {1'700'000'000, 5};
     document.finished = {1'700'000'009, 999'999'999};
     SRoot root;
@@ -26,6 +30,17 @@ SSetDocument Example() {
 }
 
 TEST(SetDocument, ReadsBackWhatItWrites) { EXPECT_EQ(SSetDocument::FromText(Example().ToText()), Example()); }
+
+TEST(SetDocument, ReadsOlderOnesAndPassesOverWhatItDoesNotKnow) {
+    const std::string text =
+        R"({"version":1,"host":"h","started":{"seconds":1,"nanoseconds":2},"finished":{"seconds":3,"nanoseconds":4},)"
+        R"("roots":[],"later":{"a":[1]}})";
+    SSetDocument expected;
+    expected.host = "h";
+    expected.started = {1, 2};
+    expected.finished = {3, 4};
+    EXPECT_EQ(SSetDocument::FromText(text), expected);
+}
 
 TEST(SetDocument, EveryCutIsAnException) {
     const std::string text = Example().ToText();

@@ -38,7 +38,8 @@ class AgentCase(unittest.TestCase):
         self.source = self.place / "source"
         self.source.mkdir()
         self.environment = dict(os.environ, CLOUDBACKUP_REPO=f"dir:{self.place}/repository",
-                                CLOUDBACKUP_STATE_DIR=f"{self.place}/state")
+                                CLOUDBACKUP_STATE_DIR=f"{self.place}/state", CLOUDBACKUP_PASSWORD="open sesame",
+                                CLOUDBACKUP_KEY_MEMORY="64", CLOUDBACKUP_KEY_PASSES="1")  # cheap, for the tests' sake
 
     def command(self, *arguments):
         return [PROGRAM, *map(str, arguments)]

@@ -10,7 +10,7 @@ from agent import AgentCase, describe, fill, main
 class Cli(AgentCase):
     def test_a_day_with_the_agent(self):
         out, err = self.run_agent("init")
-        self.assertRegex(out, r"^Made repository [0-9a-f-]{36} at dir:.*/repository\n$")
+        self.assertRegex(out, r"^Made repository [0-9a-f-]{36} at dir:.*/repository\nWhat this machine stores in it is encrypted: .*\n$")
         self.assertEqual(err, "")
         fill(self.source, 1)
         out, err = self.run_agent("backup", self.source)
@@ -50,7 +50,7 @@ class Cli(AgentCase):
                                f"'{missing}': it or a folder above it does not exist", "checkpoints")
         self.run_agent("init")
         self.expect_failure(1, "Cannot make a repository: Repository already exists and is valid", "init")
-        self.expect_failure(1, "The repository holds no backups yet", "checkpoints")
+        self.expect_failure(1, "The repository holds no backups of this machine yet", "checkpoints")
         self.expect_failure(1, f"Cannot back up '{self.place}/none': No such file or directory", "backup",
                             self.place / "none")
         self.run_agent("backup", self.source)
@@ -67,10 +67,11 @@ class Cli(AgentCase):
         self.assertIn("Repository already exists and is valid", err)
 
     def test_wrong_use(self):
-        for arguments in ([], ["nonsense"], ["backup"], ["restore", "1"], ["ls", "first"], ["init", "--no-such-option"]):
+        for arguments in ([], ["nonsense"], ["restore", "1"], ["ls", "first"], ["init", "--no-such-option"]):
             out, err = self.run_agent(*arguments, expect=2)
             self.assertEqual(out, "")
             self.assertRegex(err, r"^cloudbackup: .* \(see 'cloudbackup --help'\)\n$")
+        self.expect_failure(2, "Say what to back up: paths, --files-from, --stdin or --stdin-command", "backup")
         del self.environment["CLOUDBACKUP_REPO"]
         self.expect_failure(2, "--repo (or CLOUDBACKUP_REPO) is required (see 'cloudbackup --help')", "init")
 
@@ -89,16 +90,17 @@ class Cli(AgentCase):
             block.write_bytes(b"")
         out, err = self.run_agent("restore", "1", "--target", self.place / "restored", expect=3)
         self.assertIn("1 file,", out)
-        self.assertRegex(err, rf"^cloudbackup: {self.source}/file: ")
+        self.assertRegex(err, rf"^cloudbackup: {self.place}/restored{self.source}/file: ")
 
     def test_a_lost_repository_object_names_it(self):
         self.run_agent("init")
         self.run_agent("backup", self.source)
         shutil.rmtree(self.place / "state")
-        for header in (self.place / "repository").rglob("Metadata/*.1"):
-            header.unlink()
+        for header in (self.place / "repository").rglob("Metadata/*.*"):
+            if header.is_file():
+                header.unlink()
         _, err = self.run_agent("ls", "1", expect=1)
-        self.assertRegex(err, r"Metadata/[0-9a-f-]{36}\.1")
+        self.assertRegex(err, r"Metadata/[0-9a-f-]{36}\.[0-9]+")
 
 
 if __name__ == "__main__":

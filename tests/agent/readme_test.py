@@ -18,8 +18,9 @@ class Readme(AgentCase):
         documents.mkdir()
         fill(documents, 1, files=20)
         script = script.replace("/tmp/", f"{self.place}/")
-        environment = dict(os.environ, HOME=str(self.place), PATH=f"{os.path.dirname(PROGRAM)}:{os.environ['PATH']}")
-        environment.pop("XDG_STATE_HOME", None)
+        environment = dict(self.environment, HOME=str(self.place), PATH=f"{os.path.dirname(PROGRAM)}:{os.environ['PATH']}")
+        for name in ("XDG_STATE_HOME", "CLOUDBACKUP_STATE_DIR"):
+            environment.pop(name, None)
         subprocess.run(["bash", "-euc", script], env=environment, check=True)
         self.assertEqual(describe(f"{self.place}/restored{documents}"), describe(documents))
 

@@ -59,7 +59,7 @@ class Restoring(AgentCase):
             file.write(b"middle")
             file.truncate(9_000_000)
         os.link(self.source / "large", self.source / "other name")
-        self.run_agent("init")
+        self.run_agent("init", "--no-encryption")
         self.run_agent("backup", self.source)
         changed = large[:1_000_000] + b"inserted" + large[1_000_000:]
         (self.source / "large").write_bytes(changed)
@@ -93,7 +93,7 @@ class Restoring(AgentCase):
     def test_a_root_that_is_a_single_file(self):
         path = self.source / "alone"
         path.write_text("a root of its own\n")
-        self.run_agent("init")
+        self.run_agent("init", "--no-encryption")
         self.run_agent("backup", path)
         self.expect(self.place / "repository", str(path), b"a root of its own\n")
 

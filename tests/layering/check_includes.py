@@ -36,7 +36,7 @@ PUBLIC_HEADERS = {
 LAYER_OF_HEADER = {header: layer for layer, headers in PUBLIC_HEADERS.items() for header in headers}
 
 # Inside the agent.
-AGENT_LAYERS = ["model", "chunk", "meta", "fs", "store", "run", "cli"]
+AGENT_LAYERS = ["model", "keys", "chunk", "meta", "fs", "select", "store", "retention", "run", "look", "check", "cli"]
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 

@@ -1,0 +1,37 @@
+#include "agent/check/CheckRun.h"
+
+#include "agent/cli/CheckForms.h"
+#include "agent/cli/Command.h"
+
+namespace agent {
+
+namespace {
+
+class CCheckCommand : public ICommand {
+public:
+    CLI::App* Register(CLI::App& app) override {
+        CLI::App* command = app.add_subcommand(
+            "check", "Verify all checkpoints of the set: what is there, and with options what is in it");
+        options_.AddTo(*command);
+        return command;
+    }
+
+    int Run(const SSettings& settings) override {
+        const SCheckOptions options = options_.MakeOptions();
+        const SCheckResult result = RunCheck(COpenedRepository::Open4Read(settings.repository), options);
+        for (const auto& finding : result.findings) {
+            PrintFinding(settings.output, finding);
+        }
+        PrintCheck(settings.output, options, result);
+        return result.findings.empty() ? exitDone : exitFailed;
+    }
+
+private:
+    CCheckOptions options_;
+};
+
+}  // namespace
+
+std::unique_ptr<ICommand> MakeCheckCommand() { return std::make_unique<CCheckCommand>(); }
+
+}  // namespace agent

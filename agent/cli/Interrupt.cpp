@@ -1,0 +1,65 @@
+#include "agent/cli/Interrupt.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <utility>
+
+#include "agent/cli/Command.h"
+#include "common/exc.h"
+
+namespace agent {
+
+namespace {
+
+constexpr std::array<int, 3> signals{SIGINT, SIGTERM, SIGHUP};
+
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler");
+
+std::string& Message() {
+    static std::string message;
+    return message;
+}
+
+void OnSignal(int) {
+    if (interrupted.exchange(true)) {
+        ::_exit(exitInterrupted);
+    }
+}
+
+void Handle(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : signals) {
+        struct sigaction before {};
+        // What is to be ignored (nohup) stays so.
+        if (::sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
+            ::sigaction(signal, &action, nullptr);
+        }
+    }
+}
+
+}  // namespace
+
+CInterruptScope::CInterruptScope(std::string message) : message_(std::move(message)) {
+    Message() = message_;
+    Handle(OnSignal);
+}
+
+CInterruptScope::~CInterruptScope() { Handle(SIG_DFL); }
+
+void CInterruptScope::Check() const {
+    if (interrupted) {
+        throw exc::CRuntimeExc("%1", message_);
+    }
+}
+
+bool IsInterrupted() { return interrupted; }
+
+const std::string& GetInterruptMessage() { return Message(); }
+
+}  // namespace agent

@@ -1,0 +1,62 @@
+#include "agent/select/PatternList.h"
+
+#include <utility>
+
+namespace agent {
+
+void CPatternList::Add(CPattern pattern) {
+    const std::size_t index = patterns_.size();
+    if (const std::string* name = pattern.GetPlainName()) {
+        plain_[*name].push_back(index);
+    } else {
+        byLastByte_.resize(256);
+        for (std::size_t byte = 0; byte < byLastByte_.size(); ++byte) {
+            if (pattern.MayEndWith(static_cast<char>(byte))) {
+                byLastByte_[byte].push_back(static_cast<std::uint32_t>(index));
+            }
+        }
+    }
+    patterns_.push_back(std::move(pattern));
+}
+
+void CPatternList::AddLines(std::string_view text, ECase letters) {
+    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+    text.remove_prefix(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+    for (const auto line : SplitLines(text)) {
+        if (auto pattern = CPattern::Parse(line, letters)) {
+            Add(*std::move(pattern));
+        }
+    }
+}
+
+EVerdict CPatternList::Judge(std::string_view path, std::string_view name, bool isFolder) const {
+    std::size_t found = 0;  // one more than the index of the last that matches
+    const auto plain = plain_.empty() ? plain_.end() : plain_.find(name);
+    if (plain != plain_.end()) {
+        for (auto index = plain->second.rbegin(); index != plain->second.rend() && found == 0; ++index) {
+            found = patterns_[*index].Matches(path, name, isFolder) ? *index + 1 : 0;
+        }
+    }
+    if (!byLastByte_.empty() && !name.empty()) {
+        const auto& others = byLastByte_[static_cast<unsigned char>(name.back())];
+        for (auto index = others.rbegin(); index != others.rend() && *index + 1U > found; ++index) {
+            found = patterns_[*index].Matches(path, name, isFolder) ? *index + 1U : found;
+        }
+    }
+    if (found == 0) {
+        return EVerdict::none;
+    }
+    return patterns_[found - 1].IsNegated() ? EVerdict::take : EVerdict::leave;
+}
+
+std::vector<std::string_view> SplitLines(std::string_view text, char end) {
+    std::vector<std::string_view> lines;
+    while (!text.empty()) {
+        const std::size_t size = std::min(text.find(end), text.size());
+        lines.push_back(text.substr(0, size));
+        text.remove_prefix(std::min(size + 1, text.size()));
+    }
+    return lines;
+}
+
+}  // namespace agent

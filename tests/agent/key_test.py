@@ -1,0 +1,255 @@
+"""Encryption as a user meets it: passwords, keys, and what a store can see or do."""
+import os
+import pathlib
+import shutil
+import unittest
+
+from agent import AgentCase, describe, fill, main
+from terminal import Terminal
+
+PASSWORD = "open sesame"
+
+
+class Keys(AgentCase):
+    def setUp(self):
+        super().setUp()
+        fill(self.source, seed=1, files=30)
+        (self.source / "unusual-name.txt").write_text("an unusual content " * 100)
+
+    def objects(self):
+        return [path for path in (self.place / "repository").rglob("*") if path.is_file()]
+
+    def one(self, pattern):
+        found = list((self.place / "repository").rglob(pattern))
+        self.assertEqual(len(found), 1, f"{pattern}: {found}")
+        return found[0]
+
+    def with_password(self, password):
+        self.environment["CLOUDBACKUP_PASSWORD"] = password
+
+    def backup(self):
+        return self.run_agent("backup", self.source)
+
+    def assert_restores(self, checkpoint="latest"):
+        self.assertEqual(describe(self.restore(checkpoint)), describe(self.source))
+
+    def test_the_store_sees_nothing_of_names_and_contents(self):
+        self.run_agent("init")
+        self.backup()
+        stored = self.objects()
+        self.assertGreater(len(stored), 5)
+        for path in stored:
+            content = path.read_bytes()
+            for word in (b"unusual", os.fsencode(self.source), b"f17"):
+                self.assertNotIn(word, content, path)
+                self.assertNotIn(word, os.fsencode(path.name))
+        self.assert_restores()
+
+    def test_without_encryption_everything_is_as_it_was(self):
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        self.run_agent("init", "--no-encryption")
+        self.backup()
+        self.assert_restores()
+        out, _ = self.run_agent("key", "list")
+        self.assertEqual(out, "This client does not encrypt\n")
+        _, err = self.run_agent("key", "rotate", expect=1)
+        self.assertRegex(err, "does not encrypt what it stores: there is no key to replace")
+
+    def test_no_password_is_wrong_use_and_makes_nothing(self):
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        _, err = self.run_agent("init", expect=2)
+        self.assertEqual(err, "cloudbackup: The password is missing: it comes from --password-file FILE, from "
+                              "CLOUDBACKUP_PASSWORD, or is asked for on a terminal\n")
+        self.assertFalse((self.place / "repository").exists())
+
+    def test_a_wrong_password_is_told_at_once(self):
+        self.run_agent("init")
+        self.backup()
+        self.with_password("open barley")
+        for command in (("backup", self.source), ("ls", "latest"), ("checkpoints",), ("check",), ("key", "list"),
+                        ("restore", "latest", "--target", self.place / "target")):
+            _, err = self.run_agent(*command, expect=1)
+            self.assertRegex(err, "^cloudbackup: The password is wrong: it does not give key [0-9a-f]{32} of client")
+
+    def test_passwords_come_from_a_file_or_a_command(self):
+        self.run_agent("init")
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        (self.place / "password").write_text(PASSWORD + "\nsecond line\n")
+        self.run_agent("--password-file", self.place / "password", "backup", self.source)
+        self.run_agent("--password-command", f"cat {self.place}/password", "ls", "latest")
+        _, err = self.run_agent("--password-command", "false", "ls", "latest", expect=1)
+        self.assertEqual(err, "cloudbackup: The password command 'false' failed\n")
+        _, err = self.run_agent("--password-command", "true", "ls", "latest", expect=1)
+        self.assertEqual(err, "cloudbackup: The password command 'true' printed no password\n")
+
+    def test_a_new_password_is_asked_for_twice(self):
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        terminal = Terminal(self.command("init"), self.environment)
+        terminal.wait_for("Enter the password that is to protect your backups: ")
+        terminal.type("from the terminal\n")
+        terminal.wait_for("Enter it again: ")
+        terminal.type("from the terminal\n")
+        self.assertEqual(terminal.end()[0], 0)
+        self.with_password("from the terminal")
+        self.backup()
+
+    def test_a_new_password_that_is_mistyped_makes_nothing(self):
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        terminal = Terminal(self.command("init"), self.environment)
+        terminal.wait_for("protect your backups: ")
+        terminal.type("one\n")
+        terminal.wait_for("Enter it again: ")
+        terminal.type("other\n")
+        self.assertEqual(terminal.end()[0], 2)
+        self.assertIn("The two passwords are not the same", terminal.shown)
+        self.assertFalse((self.place / "repository").exists())
+
+    def test_a_new_password_replaces_the_old_one_and_all_stays_readable(self):
+        self.run_agent("init")
+        self.backup()
+        first = describe(self.source)
+        self.environment["CLOUDBACKUP_NEW_PASSWORD"] = "second"
+        out, _ = self.run_agent("key", "change")
+        self.assertRegex(out, "^Key [0-9a-f]{32} is in use now; 1 former key still read what came before\n$")
+        _, err = self.run_agent("ls", "latest", expect=1)
+        self.assertIn("The password is wrong", err)
+        self.with_password("second")
+        self.assertEqual(describe(self.restore(1)), first)
+        (self.source / "new").write_text("of the second key")
+        self.backup()
+        self.assert_restores()
+        self.environment["CLOUDBACKUP_NEW_PASSWORD"] = "third"
+        self.run_agent("key", "change", "--hint", "autumn")
+        self.with_password("third")
+        (self.source / "newer").write_text("of the third key")
+        self.backup()
+        self.assert_restores()
+        self.assertEqual(describe(self.restore(1)), first)
+        out, _ = self.run_agent("key", "list")
+        self.assertEqual([line.split("  ")[1] for line in out.splitlines()], ["in use", "former", "former"])
+        self.run_agent("check", "--read-data")
+
+    def test_a_rotated_key_stores_nothing_again(self):
+        self.run_agent("init")
+        self.backup()
+        blocks = {path for path in self.objects() if "BlockStore" in str(path)}
+        self.run_agent("key", "rotate")
+        self.backup()
+        self.assertEqual({path for path in self.objects() if "BlockStore" in str(path)}, blocks)
+        self.assert_restores()
+
+    def test_recovery_keys_restore_without_the_key_records(self):
+        self.run_agent("init")
+        self.backup()
+        self.run_agent("key", "rotate")
+        self.backup()
+        keys = self.place / "keys"
+        self.run_agent("key", "export", keys)
+        self.assertEqual(keys.stat().st_mode & 0o777, 0o600)
+        _, err = self.run_agent("key", "export", keys, expect=1)
+        self.assertIn("File exists", err)
+        self.one("ClientKeyInfo.xml").unlink()
+        self.one("ClientKeyHistory.xml").unlink()
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        shutil.rmtree(self.place / "state")  # on another machine
+        self.environment["CLOUDBACKUP_RECOVERY_FILE"] = str(keys)
+        self.assert_restores(1)
+        self.assert_restores(2)
+        _, err = self.run_agent("backup", self.source, expect=1)
+        self.assertIn("Recovery keys are for reading", err)
+
+    def test_recovery_keys_of_another_repository_are_refused(self):
+        self.run_agent("init")
+        self.backup()
+        self.run_agent("key", "export", self.place / "keys")
+        self.environment["CLOUDBACKUP_REPO"] = f"dir:{self.place}/other"
+        self.run_agent("init")
+        self.backup()
+        _, err = self.run_agent("--recovery-file", self.place / "keys", "ls", "latest", expect=1)
+        self.assertRegex(err, "The recovery keys in '.*/keys' are those of client .* in repository")
+
+    def test_a_store_that_takes_the_key_record_away_gets_nothing(self):
+        self.run_agent("init")
+        self.backup()
+        self.one("ClientKeyInfo.xml").unlink()
+        (self.source / "secret").write_text("not for the store")
+        before = self.objects()
+        _, err = self.run_agent("backup", self.source, expect=1)
+        self.assertRegex(err, "Client .* encrypts what it stores, with key [0-9a-f]{32} when this machine last saw it, "
+                              "but the repository has no key for it any more")
+        _, err = self.run_agent("backup", "--no-encryption", self.source, expect=1)
+        self.assertIn("somebody wants to see what you store", err)
+        self.assertEqual(self.objects(), before)
+
+    def test_a_store_that_says_nobody_encrypts_gets_nothing(self):
+        self.run_agent("init")
+        self.backup()
+        self.one("ClientKeyInfo.xml").write_text('<EncryptionKey Id="' + "0" * 32 + '" Hint="" Salt="" />')
+        _, err = self.run_agent("backup", self.source, expect=1)
+        self.assertIn("somebody wants to see what you store", err)
+        shutil.rmtree(self.place / "state")  # nor does a machine that does not remember take the lie
+        for client in (self.place / "repository").rglob("ClientInfo.xml"):
+            _, err = self.run_agent("--client", client.parent.parent.name, "ls", "latest", expect=1)
+            self.assertIn("which is not among the keys of this client", err)
+
+    def test_a_document_in_anothers_place_is_noticed(self):
+        self.run_agent("init")
+        self.backup()
+        self.backup()
+        documents = {path.name: path for path in self.objects() if path.parent.name == "Checkpoint"}
+        self.assertEqual(len(documents), 2)
+        first, second = (documents[name] for name in sorted(documents))
+        text = second.read_text().replace('Id="2"', 'Id="1"')
+        first.write_text(text)
+        _, err = self.run_agent("ls", 1, expect=1)
+        self.assertIn("it is not what was sealed with this key", err)
+
+    def test_a_document_that_is_not_encrypted_is_not_believed(self):
+        self.run_agent("init")
+        self.backup()
+        document = next(path for path in self.objects() if path.parent.name == "Checkpoint")
+        plain = self.place / "plain"
+        self.environment["CLOUDBACKUP_REPO"] = f"dir:{plain}"
+        self.run_agent("init", "--no-encryption")
+        self.backup()
+        forged = next(path for path in plain.rglob("*") if path.is_file() and path.parent.name == "Checkpoint")
+        document.write_text(forged.read_text())
+        self.environment["CLOUDBACKUP_REPO"] = f"dir:{self.place}/repository"
+        _, err = self.run_agent("ls", 1, expect=1)
+        self.assertIn("it is not encrypted, as all that this client stores is: somebody else wrote it", err)
+
+    def test_changed_blocks_are_noticed_and_named(self):
+        self.run_agent("init")
+        self.backup()
+        block = next(path for path in self.objects() if "BlockStore" in str(path))
+        content = bytearray(block.read_bytes())
+        content[len(content) // 2] ^= 1
+        block.write_bytes(content)
+        _, err = self.run_agent("restore", "latest", "--target", self.place / "target", expect=3)
+        self.assertIn(block.name, err)
+        self.assertIn("it is not what was sealed with this key", err)
+
+    def test_every_client_has_a_password_of_its_own(self):
+        self.run_agent("init")
+        self.backup()
+        first = next((self.place / "repository").rglob("ClientInfo.xml")).parent.parent.name
+        self.environment["CLOUDBACKUP_STATE_DIR"] = str(self.place / "other-state")
+        self.with_password("another")
+        self.backup()  # makes its key
+        self.assert_restores()
+        _, err = self.run_agent("--client", first, "ls", "latest", expect=1)
+        self.assertIn("The password is wrong", err)
+        self.with_password(PASSWORD)
+        self.run_agent("--client", first, "ls", "latest")
+
+    def test_secrets_are_in_no_output(self):
+        self.run_agent("init")
+        self.environment["CLOUDBACKUP_NEW_PASSWORD"] = "fresh secret"
+        for command in (("backup", self.source), ("key", "change"),):
+            out, err = self.run_agent("-vv", *command)
+            for secret in (PASSWORD, "fresh secret"):
+                self.assertNotIn(secret, out + err)
+
+
+if __name__ == "__main__":
+    main()

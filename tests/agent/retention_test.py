@@ -1,0 +1,264 @@
+#!/usr/bin/env python3
+"""forget, prune and keep: what they keep, what they delete, and that nothing kept is ever harmed."""
+import json
+import os
+import random
+import signal
+import subprocess
+import time
+
+from agent import AgentCase, describe, fill, main
+
+
+class Retention(AgentCase):
+    def setUp(self):
+        super().setUp()
+        self.environment["TZ"] = "UTC"
+        self.states = {}
+
+    def backup(self, seed, *options):
+        """A new generation of the source, saved; its checkpoint."""
+        fill(self.source, seed, files=30)
+        out, _ = self.run_agent("--json", "backup", self.source, *options)
+        checkpoint = [event["id"] for event in map(json.loads, out.splitlines()) if event["event"] == "checkpoint"][-1]
+        self.states[checkpoint] = describe(self.source)
+        return checkpoint
+
+    def make(self, count):
+        self.run_agent("init")
+        for seed in range(count):
+            self.backup(seed)
+
+    def checkpoints(self):
+        out, _ = self.run_agent("--json", "checkpoints")
+        return [event["id"] for event in map(json.loads, out.splitlines()) if event["event"] == "checkpoint"]
+
+    def events(self, *arguments, expect=0):
+        out, _ = self.run_agent("--json", *arguments, expect=expect)
+        return [json.loads(line) for line in out.splitlines()]
+
+    def objects(self, part):
+        return {path for path in (self.place / "repository").rglob("*") if path.is_file() and part in str(path)}
+
+    def check_restores(self, checkpoints):
+        self.assertEqual(self.checkpoints(), checkpoints)
+        for checkpoint in checkpoints:
+            self.assertEqual(describe(self.restore(checkpoint)), self.states[checkpoint], f"checkpoint {checkpoint}")
+
+    def test_forget_by_rules(self):
+        self.make(4)
+        out, _ = self.run_agent("forget", "--keep-last", 2, "--dry-run")
+        lines = out.splitlines()
+        self.assertRegex(lines[0], r"^ +ID +TIME +HOST +REASONS$")
+        self.assertRegex(lines[1], r"^ +4 .* keep +last$")
+        self.assertRegex(lines[4], r"^ +1 .* remove$")
+        self.assertEqual(lines[-1], "Would forget 2 checkpoints, 2 kept")
+        self.assertEqual(self.checkpoints(), [1, 2, 3, 4])
+        events = self.events("forget", "--keep-last", 2)
+        self.assertEqual([(e["id"], e["action"], e["reasons"]) for e in events[:-1]],
+                         [(4, "keep", ["last"]), (3, "keep", ["last"]), (2, "remove", []), (1, "remove", [])])
+        self.assertEqual(events[-1], {"event": "forgotten", "dryRun": False, "removed": [1, 2], "kept": 2})
+        self.check_restores([3, 4])
+
+    def test_forget_by_day_names_the_day(self):
+        self.make(2)
+        events = self.events("forget", "--keep-daily", 7, "--keep-within", "1y", "--dry-run")
+        day = events[0]["started"][:10]
+        self.assertEqual(events[0]["reasons"], [f"daily {day}", "within 1y"])
+        if events[1]["started"][:10] == day:
+            self.assertEqual(events[1]["reasons"], ["within 1y"])
+
+    def test_forget_by_id(self):
+        self.make(3)
+        self.run_agent("forget", 2)
+        self.check_restores([1, 3])
+        _, error = self.run_agent("forget", 2, expect=1)
+        self.assertEqual(error, "cloudbackup: Set 'default' has no checkpoint 2; the last one is 3\n")
+        _, error = self.run_agent("forget", 1, 3, expect=1)
+        self.assertIn("are all that set 'default' has, and a set keeps at least one", error)
+        self.check_restores([1, 3])
+
+    def test_the_newest_may_go_by_name_and_its_id_is_used_again(self):
+        self.make(3)
+        self.run_agent("forget", 3, "--prune")
+        self.check_restores([1, 2])
+        self.assertEqual(self.backup(77), 3)
+        self.check_restores([1, 2, 3])
+
+    def test_wrong_use(self):
+        self.make(1)
+        for arguments, text in [([], "Say what to keep"), ([1, "--keep-last", 1], "Either name checkpoints or give rules"),
+                                (["--keep-last", "some"], "neither a number nor 'unlimited'"),
+                                (["--keep-within", "soon"], "'soon' is no duration"),
+                                (["--keep-last", 1, "--group-by", "colour"], "neither host, tags nor paths"),
+                                (["--keep-last", 0], "Say what to keep")]:
+            _, error = self.run_agent("forget", *arguments, expect=2)
+            self.assertIn(text, error)
+
+    def test_rules_that_keep_nothing(self):
+        self.make(3)
+        _, error = self.run_agent("forget", "--keep-tag", "release", expect=1)
+        self.assertIn("The rules keep none of the 3 checkpoint(s)", error)
+        self.assertEqual(self.checkpoints(), [1, 2, 3])
+        events = self.events("forget", "--keep-tag", "release", "--allow-remove-all")
+        self.assertEqual(events[0]["reasons"], ["newest: the next backup builds on it"])
+        self.check_restores([3])
+
+    def test_tags_and_hosts(self):
+        self.run_agent("init")
+        for seed, tag in enumerate(["daily", "release", "daily", "daily"]):
+            self.backup(seed, "--tag", tag)
+        events = self.events("forget", "--keep-last", 1, "--keep-tag", "release", "--dry-run")
+        self.assertEqual(events[-1]["removed"], [1, 3])
+        events = self.events("forget", "--keep-last", 1, "--group-by", "tags", "--dry-run")
+        self.assertEqual(events[-1]["removed"], [1, 3])
+        self.assertEqual(self.events("forget", "--keep-last", 1, "--host", "another", "--dry-run")[-1]["removed"], [])
+        self.run_agent("forget", "--keep-last", 1, "--tag", "daily")
+        self.check_restores([2, 4])
+
+    def test_prune(self):
+        self.make(4)
+        before = self.objects("/BlockStore/")
+        planned = self.events("forget", "--keep-last", 1, "--prune", "--dry-run")[-1]
+        self.assertEqual(self.objects("/BlockStore/"), before)
+        self.run_agent("forget", "--keep-last", 1)
+        dry = self.events("prune", "--dry-run")[-1]
+        self.assertEqual(dry["blocksRemoved"], planned["blocksRemoved"])
+        self.assertGreater(dry["blocksRemoved"]["objects"], 0)
+        self.assertEqual(self.objects("/BlockStore/"), before)
+        done = self.events("prune")[-1]
+        self.assertEqual(done, dict(dry, dryRun=False))
+        left = self.objects("/BlockStore/")
+        self.assertEqual(len(before) - len(left), dry["blocksRemoved"]["objects"])
+        self.assertEqual(len(left), dry["blocksKept"]["objects"])
+        again = self.events("prune")[-1]
+        self.assertEqual(again["blocksRemoved"], {"objects": 0, "bytes": 0})
+        self.check_restores([4])
+        self.backup(99)
+        self.check_restores([4, 5])
+
+    def test_prune_sweeps_strays(self):
+        self.make(2)
+        block = sorted(self.objects("/BlockStore/"))[0]
+        metadata = block.parents[3] / "Metadata"
+        strays = [block.parent / "not-a-block", block.parent / (block.parent.name + "0" * 30),
+                  metadata / "11111111-2222-3333-4444-555555555555.7",
+                  metadata / "11111111-2222-3333-4444-555555555555.7_metaparts" / "4096",
+                  block.parents[1].parent / "11111111-2222-3333-4444-555555555555" / "ab" / ("ab" + "1" * 30)]
+        for stray in strays:
+            stray.parent.mkdir(parents=True, exist_ok=True)
+            stray.write_bytes(b"left over")
+        kept = self.events("prune", "--min-age", "1h")[-1]
+        self.assertEqual(kept["tooYoung"], {"objects": 5, "bytes": 45})
+        self.assertTrue(all(stray.exists() for stray in strays))
+        done = self.events("prune")[-1]
+        self.assertEqual([done[kind]["objects"] for kind in ("blocksRemoved", "metadataRemoved", "othersRemoved")],
+                         [2, 2, 1])
+        self.assertFalse(any(stray.exists() for stray in strays))
+        self.check_restores([1, 2])
+
+    def test_prune_tells_of_missing_blocks(self):
+        self.make(1)
+        block = sorted(self.objects("/BlockStore/"))[0]
+        block.unlink()
+        out, error = self.run_agent("prune", expect=3)
+        self.assertIn(block.name + ": a checkpoint needs this block, and it is missing", error)
+        self.assertIn("Set 'default' with 1 checkpoint:", out)
+
+    def test_nothing_is_pruned_when_a_checkpoint_cannot_be_read(self):
+        self.make(3)
+        (document,) = [path for path in self.objects("/Metadata/Checkpoint/") if path.name == "2"]
+        good = document.read_bytes()
+        document.write_bytes(b"damaged")
+        before = self.objects("/BlockStore/")
+        self.run_agent("prune", expect=1)
+        _, error = self.run_agent("forget", "--keep-last", 1, expect=1)
+        self.assertIn("Checkpoint 2 cannot be read", error)
+        self.assertEqual(self.objects("/BlockStore/"), before)
+        document.write_bytes(good)
+        self.check_restores([1, 2, 3])
+        document.write_bytes(b"damaged")
+        self.run_agent("forget", 2, "--prune")
+        self.check_restores([1, 3])
+
+    def test_keep(self):
+        self.make(3)
+        self.run_agent("keep", 1)
+        out, _ = self.run_agent("keep", 1)
+        self.assertEqual(out, "Checkpoint 1 was kept for the long term before\n")
+        events = self.events("forget", "--keep-last", 1, "--prune")
+        self.assertEqual([e["reasons"] for e in events[:3]], [["last"], [], ["long-term"]])
+        self.check_restores([1, 3])
+        _, error = self.run_agent("forget", 1, expect=1)
+        self.assertIn("Checkpoint 1 is kept for the long term: 'cloudbackup keep --remove 1' ends that", error)
+        self.run_agent("keep", "--remove", 1)
+        self.run_agent("forget", "--keep-last", 1, "--prune")
+        self.check_restores([3])
+
+    def test_long_term_copy_stands_in(self):
+        self.make(2)
+        self.run_agent("keep", 1)
+        (document,) = [path for path in self.objects("/Metadata/Checkpoint/") if path.name == "1"]
+        document.unlink()
+        self.run_agent("prune")
+        self.check_restores([1, 2])
+
+    def test_all_sets(self):
+        self.make(2)
+        self.run_agent("--set", "other", "backup", self.source)
+        events = self.events("prune", "--all-sets")
+        self.assertEqual(sorted(event["set"] for event in events), ["default", "other"])
+
+    def test_another_machines_client(self):
+        self.make(3)
+        own = self.environment["CLOUDBACKUP_STATE_DIR"]
+        client = (self.place / "state" / "client-id").read_text().strip()
+        self.environment["CLOUDBACKUP_STATE_DIR"] = str(self.place / "state2")
+        _, error = self.run_agent("--client", client, "forget", "--keep-last", 1, expect=1)
+        self.assertIn("so lately that a run of it may be under way", error)
+        _, error = self.run_agent("--client", client, "forget", 3, "--min-age", 0, expect=1)
+        self.assertIn("Only its own machine may forget it", error)
+        self.run_agent("--client", client, "forget", "--keep-last", 1, "--min-age", 0)
+        dry = self.events("--client", client, "prune", "--dry-run")[-1]
+        self.assertGreater(dry["tooYoung"]["objects"], 0)
+        self.run_agent("--client", client, "prune", expect=1)
+        done = self.events("--client", client, "prune", "--min-age", "0")[-1]
+        self.assertGreater(done["blocksRemoved"]["objects"], 0)
+        self.environment["CLOUDBACKUP_STATE_DIR"] = own
+        self.check_restores([3])
+        out, _ = self.run_agent("clients")
+        self.assertEqual(out.count(client), 1)
+        self.backup(50)
+        self.check_restores([3, 4])
+
+    def test_killed_forget_and_prune(self):
+        seed = int(os.environ.get("SEED", random.SystemRandom().randrange(2**32)))
+        print(f"seed {seed} (set SEED to repeat)")
+        generator = random.Random(seed)
+        self.run_agent("init")
+        begin = time.monotonic()
+        for number in range(3):
+            self.backup(generator.randrange(2**32))
+        self.run_agent("forget", "--keep-last", 2, "--prune")
+        whole = (time.monotonic() - begin) / 3
+        for _ in range(12):
+            self.backup(generator.randrange(2**32))
+            process = subprocess.Popen(self.command("forget", "--keep-last", 2, "--prune"), env=self.environment,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            try:
+                process.wait(timeout=generator.uniform(0, whole))
+            except subprocess.TimeoutExpired:
+                process.send_signal(signal.SIGKILL)
+                process.wait()
+            left = self.checkpoints()
+            self.assertTrue(set(sorted(self.states)[-2:]) <= set(left))
+            self.check_restores(left)
+        self.run_agent("forget", "--keep-last", 1, "--prune")
+        self.check_restores([max(self.states)])
+        done = self.events("prune")[-1]
+        self.assertEqual(len(self.objects("/BlockStore/")), done["blocksKept"]["objects"])
+        self.assertEqual(done["metadataRemoved"]["objects"], 0)
+
+
+if __name__ == "__main__":
+    main()
