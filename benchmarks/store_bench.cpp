@@ -44,17 +44,6 @@ void Up(ICloudClient& client, const std::string& name, const std::string& path, 
     stream->Finish();
 }
 
-/// In pieces of the peer's size: large writes take large pages, and where memory is lent to a machine those are touched
-/// for the first time again and again, which would measure the machine instead of the client.
-void WriteAll(posix::posix_file_t& file, std::span<const char> bytes) {
-    constexpr std::size_t writeSize = 32U << 10U;
-    while (!bytes.empty()) {
-        const std::size_t count = std::min(bytes.size(), writeSize);
-        file.Write(bytes.first(count));
-        bytes = bytes.subspan(count);
-    }
-}
-
 /// With its room set aside, as the peer does it: the file system need not look for more with every write.
 posix::posix_file_t CreateFile(const std::string& path, std::uint64_t size) {
     auto file = posix::posix_file_t::OpenOrCreate4Write(path, true, 0);
@@ -69,13 +58,13 @@ void Down(ICloudClient& client, const cloudclientlib::SCloudObjectInfo& object, 
     auto file = CreateFile(path, object.size);
     if (object.size <= largestWhole) {
         client.DownloadFileAsync(object.name, buffer)->Wait();
-        WriteAll(file, *buffer);
+        file.Write(*buffer);
         return;
     }
     const auto stream = client.StartDownload(object.name);
     buffer->resize(pieceSize);
     while (const std::size_t count = stream->Read(*buffer)) {
-        WriteAll(file, {buffer->data(), count});
+        file.Write(std::span(*buffer).first(count));
     }
 }
 

@@ -27,6 +27,15 @@ install(TARGETS ${shared_libraries} ${static_libraries}
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 install(TARGETS cloudbackup RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT agent)
+# Made by the target cloudbackup_use; where man and the shells look for them.
+set(use "${CMAKE_BINARY_DIR}/agent")
+install(FILES "${use}/cloudbackup.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT agent)
+install(FILES "${use}/completions/cloudbackup" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+  COMPONENT agent)
+install(FILES "${use}/completions/_cloudbackup" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
+  COMPONENT agent)
+install(FILES "${use}/completions/cloudbackup.fish" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d"
+  COMPONENT agent)
 
 foreach(folder common common/alglib common/crypto cloudclientlib cloudclientlib/wrappers
                clients/http clients/s3 clients/azure)

@@ -45,6 +45,9 @@ private:
             RethrowUnlessDamage(failure);
             result_.isComplete = false;
             result_.unreadableCheckpoints.insert(id);
+            if (exc::FindCause<CForeignDocumentExc>(failure) || exc::FindCause<CUnsealExc>(failure)) {
+                result_.foreignCheckpoints.insert(id);
+            }
             result_.findings.push_back({EDamage::checkpoint,
                                         paths::GetCheckpointPath(backup_->GetBackupId(), id),
                                         exc::ChainText(failure),

@@ -22,6 +22,8 @@ struct SCheckResult {
     std::set<std::string> damagedVersions;
     /// Checkpoints whose documents cannot be read.
     std::set<std::uint64_t> unreadableCheckpoints;
+    /// Of those the ones that may be whole: of a later format, of another key, or not authentic.
+    std::set<std::uint64_t> foreignCheckpoints;
 };
 
 /// Checks all checkpoints of the set, changing nothing.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/check/BlockRebuild.h"
 #include "agent/look/PathScope.h"
 #include "agent/meta/FileExtent.h"
 #include "agent/run/OpenedCheckpoint.h"
@@ -47,6 +48,9 @@ public:
         file.Truncate(0);
         file.Write(*bytes);
         file.Sync();
+        if (ReadLastCheckpoint(folder_) == id) {
+            WriteLastCheckpoint(folder_, id - 1);  // not to be missed
+        }
         client.DeleteFileAsync(path)->Wait();
         return {id, copy};
     }
@@ -185,6 +189,45 @@ private:
     std::vector<SChange> changes_;
 };
 
+/// Makes what is lost of one storage again, as far as the source has it; what was made is damaged no more.
+void RebuildStorage(COpenedCheckpoint& opened, std::span<const SRootVersion> versions, const SRepairOptions& options,
+                    CStorageDamage& damage, SRepairResult& result) {
+    CBlockRebuild rebuild(damage, options.source);
+    SChunkSource source;
+    for (const auto& version : versions) {
+        if (result.check.damagedVersions.contains(version.root.headerSha256)) {
+            continue;
+        }
+        opened.SwitchTo(std::to_string(version.checkpoints.front()));
+        const CMetaState state = opened.LoadMetadata(version.root);
+        rebuild.AddVersion(version, state);
+        source = opened.GetChunkSource(version.root, state);
+        source.blocks = {};  // the state's
+    }
+    if (!source.client) {
+        return;
+    }
+    for (const auto& [block, path] : rebuild.Run(source, options.dryRun)) {
+        damage.RemoveBlock(block);
+        result.rebuiltBlocks.push_back(path);
+    }
+}
+
+void Rebuild(const COpenedRepository& repository, const std::shared_ptr<backup::CCloudBackup>& cloudBackup,
+             const std::vector<SCheckpointInfo>& checkpoints, const SRepairOptions& options, SRepairResult& result) {
+    COpenedCheckpoint opened(repository, cloudBackup, std::to_string(checkpoints.back().id));
+    const auto versions = ListVersions(checkpoints);
+    for (auto begin = versions.begin(); begin != versions.end();) {
+        const guid::guid_t& id = begin->root.storageId;
+        const auto end = std::find_if(begin, versions.end(), [&](const auto& one) { return one.root.storageId != id; });
+        const auto damage = result.check.damage.find(id);
+        if (damage != result.check.damage.end() && !damage->second.IsEmpty()) {
+            RebuildStorage(opened, {begin, end}, options, damage->second, result);
+        }
+        begin = end;
+    }
+}
+
 }  // namespace
 
 SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions& repairOptions) {
@@ -202,7 +245,11 @@ SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions&
     result.check = RunCheck(repository, checkOptions);
 
     auto cloudBackup = repository.OpenBackup4Write();
-    const auto& unreadable = result.check.unreadableCheckpoints;
+    const auto& foreign = result.check.foreignCheckpoints;
+    result.foreign.assign(foreign.begin(), foreign.end());
+    result.unreadable = result.foreign;
+    std::set<std::uint64_t> unreadable = result.check.unreadableCheckpoints;
+    std::erase_if(unreadable, [&](std::uint64_t id) { return foreign.contains(id); });
     if (!unreadable.empty() && repairOptions.removeUnreadable && !repairOptions.dryRun) {
         CDocumentRemoval removal(*cloudBackup, repository.GetSetFolder());
         for (const auto id : unreadable) {
@@ -210,10 +257,15 @@ SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions&
         }
         cloudBackup = repository.OpenBackup4Write();
     } else {
-        result.unreadable.assign(unreadable.begin(), unreadable.end());
+        result.unreadable.insert(result.unreadable.end(), unreadable.begin(), unreadable.end());
+        std::ranges::sort(result.unreadable);
     }
     auto checkpoints = ListCheckpoints(
         repository, *cloudBackup, [](std::uint64_t, const std::exception& failure) { RethrowUnlessDamage(failure); });
+    const bool mayRebuild = repairOptions.useSource && (repository.IsOwnClient() || !repairOptions.source.empty());
+    if (!checkpoints.empty() && mayRebuild) {
+        Rebuild(repository, cloudBackup, checkpoints, repairOptions, result);
+    }
     if (checkpoints.empty() || checkpoints.back().id != cloudBackup->GetLastCheckpointId()) {
         return result;  // a run cannot stand on a document that cannot be read
     }
@@ -222,6 +274,7 @@ SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions&
     result.roots = commit.MendAll();
     if (!result.roots.empty() && !repairOptions.dryRun) {
         result.checkpoint = commit.Commit();
+        WriteLastCheckpoint(repository.GetSetFolder(), result.checkpoint);
     }
     return result;
 }

@@ -14,8 +14,12 @@ struct SRepairOptions {
     SCheckOptions check;
     /// Only tell what would be done.
     bool dryRun = false;
-    /// Take away the documents of checkpoints that cannot be read; a copy of each is kept on this machine.
+    /// Take away the documents of checkpoints that are damaged; a copy of each is kept on this machine.
     bool removeUnreadable = false;
+    /// Make lost blocks again from the source's files, where this machine has them.
+    bool useSource = true;
+    /// The folder under which the files are by their full paths, when they are not where they were backed up.
+    std::string source;
 };
 
 struct SRepairedRoot {
@@ -33,6 +37,8 @@ struct SRepairResult {
     std::uint64_t base = 0;
     std::uint64_t checkpoint = 0;
     std::vector<SRepairedRoot> roots;
+    /// Objects of blocks that were made again.
+    std::vector<std::string> rebuiltBlocks;
     struct SRemovedDocument {
         std::uint64_t checkpoint = 0;
         /// Where the copy lies.
@@ -41,13 +47,17 @@ struct SRepairResult {
     std::vector<SRemovedDocument> removed;
     /// Documents that cannot be read and stay.
     std::vector<std::uint64_t> unreadable;
+    /// Of those the ones that are not taken away, since they may be whole.
+    std::vector<std::uint64_t> foreign;
 };
 
-/// Checks, and makes a checkpoint like the last one but without the files whose content is lost: it can be restored
-/// without failures, and the next backup reads those files again. Earlier checkpoints stay as they are.
+/// Checks, makes lost blocks again whose content the source still has, so that all checkpoints have it back, and makes
+/// a checkpoint like the last one but without the files whose content is lost: it can be restored without failures, and
+/// the next backup reads those files again. Earlier checkpoints stay as they are.
 ///
-/// Until the new checkpoint is committed nothing is changed, but for the removal of unreadable documents, which is done
-/// one by one after each one's copy is on disk. Throws exc::CRuntimeExc when nothing can be repaired.
+/// Until the new checkpoint is committed nothing is changed, but for blocks that are stored again, and the removal of
+/// damaged documents, which is done one by one after each one's copy is on disk. Throws exc::CRuntimeExc when nothing
+/// can be repaired.
 [[nodiscard]] SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions& repairOptions);
 
 }  // namespace agent

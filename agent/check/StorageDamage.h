@@ -20,6 +20,12 @@ public:
     void AddBlock(const block_name_t& block) { blocks_.insert(block); }
     void AddChunk(const block_name_t& block, std::uint32_t offset) { chunks_.insert({block, offset}); }
 
+    /// The block is whole again.
+    void RemoveBlock(const block_name_t& block) {
+        blocks_.erase(block);
+        std::erase_if(chunks_, [&](const auto& chunk) { return chunk.first == block; });
+    }
+
     [[nodiscard]] bool IsEmpty() const { return blocks_.empty() && chunks_.empty(); }
     [[nodiscard]] bool IsLost(const block_name_t& block, std::uint32_t offset) const {
         return blocks_.contains(block) || chunks_.contains({block, offset});

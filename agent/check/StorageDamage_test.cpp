@@ -91,4 +91,17 @@ TEST(StorageDamage, AChunkTakesOnlyItsOwn) {
     EXPECT_EQ(LostFiles(damage), "");
 }
 
+TEST(StorageDamage, ABlockThatIsWholeAgainIsNoDamage) {
+    CStorageDamage damage;
+    damage.AddBlock(firstBlock);
+    damage.AddChunk(firstBlock, 10);
+    damage.AddChunk(secondBlock, 0);
+    damage.RemoveBlock(firstBlock);
+    EXPECT_FALSE(damage.IsLost(firstBlock, 0));
+    EXPECT_FALSE(damage.IsLost(firstBlock, 10));
+    EXPECT_TRUE(damage.IsLost(secondBlock, 0));
+    damage.RemoveBlock(secondBlock);
+    EXPECT_TRUE(damage.IsEmpty());
+}
+
 }  // namespace

@@ -31,8 +31,7 @@ public:
 /// download fails, disturbs no other. Reading with a reader is for one thread at a time.
 class CChunkReader {
 public:
-    /// `threads` decompress and check; 0 for as many as the machine runs at once.
-    explicit CChunkReader(SChunkSource source, unsigned threads = 0);
+    explicit CChunkReader(SChunkSource source);
 
     /// Delivers the wanted chunks in the order given, each once. Nothing is in flight when it returns or throws.
     void Read(std::span<const SChunk> wanted, IChunkSink& sink);

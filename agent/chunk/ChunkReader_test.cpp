@@ -80,7 +80,7 @@ TEST_F(ChunkReader, ReadsOneChunkWithItsBytesOnly) {
 }
 
 TEST_F(ChunkReader, ReadsInAnyOrderAndAgain) {
-    CChunkReader reader({memory_, test::backupId, test::storageId, stored_.newBlocks}, 2);
+    CChunkReader reader({memory_, test::backupId, test::storageId, stored_.newBlocks, {}, 2});
     std::vector<SChunk> wanted = stored_.chunks;
     std::ranges::reverse(wanted);
     wanted.push_back(wanted.front());
@@ -263,7 +263,7 @@ private:
 TEST_F(ChunkReader, TheSinksFailureEndsTheReading) {
     const auto client = std::make_shared<CCountingClient>(memory_);
     memory_->DeleteFileAsync(PathOf(1))->Wait();
-    CChunkReader reader({client, test::backupId, test::storageId, stored_.newBlocks}, 2);
+    CChunkReader reader({client, test::backupId, test::storageId, stored_.newBlocks, {}, 2});
     for (const std::size_t at : {std::size_t{0}, stored_.chunks.size() / 2, stored_.chunks.size() - 1}) {
         FailingSink sink(at);
         EXPECT_THROW(reader.Read(stored_.chunks, sink), std::runtime_error);
@@ -275,7 +275,7 @@ TEST_F(ChunkReader, TheSinksFailureEndsTheReading) {
 }
 
 TEST_F(ChunkReader, APathThatTheClientRefusesIsDamage) {
-    CChunkReader reader({memory_, "..", test::storageId, stored_.newBlocks}, 1);
+    CChunkReader reader({memory_, "..", test::storageId, stored_.newBlocks, {}, 1});
     KeepingSink sink;
     reader.Read(stored_.chunks, sink);
     EXPECT_EQ(sink.CountDamaged(), stored_.chunks.size());

@@ -37,7 +37,7 @@ CGathering Read(const test::client_ptr& client, const SStreamResult& stored, con
     CGathering gathering;
     agent::SChunkSource source{client, test::backupId, test::storageId, stored.newBlocks};
     source.keys = std::make_shared<const CKeyRing>(keys);
-    agent::CChunkReader(source, 2).Read(stored.chunks, gathering);
+    agent::CChunkReader(source).Read(stored.chunks, gathering);
     return gathering;
 }
 

@@ -21,6 +21,8 @@ struct SChunkSource {
     std::span<const cloudbackuplib::backup::SBlockExternalId> blocks;
     /// That open sealed blocks; none where there are none.
     key_ring_ptr keys = {};
+    /// That decompress and check; 0 for as many as the machine runs at once.
+    unsigned threads = 0;
 };
 
 /// The object of a block in the table.

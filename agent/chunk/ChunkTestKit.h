@@ -134,7 +134,7 @@ private:
 };
 
 inline KeepingSink Read(const client_ptr& client, const blocks_t& blocks, std::span<const SChunk> wanted) {
-    agent::CChunkReader reader({client, backupId, storageId, blocks}, 2);
+    agent::CChunkReader reader({client, backupId, storageId, blocks, {}, 2});
     KeepingSink sink;
     reader.Read(wanted, sink);
     EXPECT_EQ(sink.chunks.size(), wanted.size());

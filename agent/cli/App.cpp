@@ -3,17 +3,16 @@
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <exception>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <utility>
 #include <vector>
 
 #include "agent/cli/Command.h"
+#include "agent/cli/CommandLine.h"
 #include "agent/cli/ConfigFile.h"
 #include "agent/cli/Failure.h"
+#include "agent/cli/HelpFormatter.h"
 #include "agent/cli/Interrupt.h"
 #include "agent/cli/Output.h"
 #include "agent/cli/PasswordOptions.h"
@@ -30,7 +29,7 @@ struct SFlags {
     std::string configFile;  // read before, since the others depend on it
 };
 
-const std::map<std::string, EProgressMode> progressModes{
+const std::vector<std::pair<std::string, EProgressMode>> progressModes{
     {"auto", EProgressMode::automatic}, {"always", EProgressMode::always}, {"never", EProgressMode::never}};
 
 /// A deep source keeps a folder open at each level.
@@ -88,11 +87,16 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
     app.add_option("--ca-file", repository.network.caFile, "Certificates to trust instead of the system's")
         ->envname("CLOUDBACKUP_CA_FILE")
         ->type_name("FILE");
-    app.add_option("--progress", settings.progress,
-                   "Show how far a run is: auto (a line on a terminal, else one a minute),\nalways or never")
-        ->envname("CLOUDBACKUP_PROGRESS")
-        ->transform(CLI::CheckedTransformer(progressModes))
-        ->type_name("WHEN");
+    app.add_option("--threads", repository.threads,
+                   "How many threads compress, encrypt and check, and write files; 0 for as many as the machine runs")
+        ->envname("CLOUDBACKUP_THREADS")
+        ->check(CLI::Range(0, 256))
+        ->capture_default_str()
+        ->type_name("N");
+    SetChoices(app.add_option("--progress", settings.progress,
+                              "Show how far a run is; auto: a line on a terminal, else one a minute"),
+               progressModes)
+        ->envname("CLOUDBACKUP_PROGRESS");
     app.add_flag("--json", flags.json, "Print results as JSON, one object a line")->envname("CLOUDBACKUP_JSON");
     app.add_flag("-q,--quiet", flags.quiet, "Print nothing but troubles")->envname("CLOUDBACKUP_QUIET");
     app.add_flag("-v,--verbose", flags.verbose, "Say why something failed, with all causes; twice: log every step")
@@ -106,7 +110,7 @@ void AddGlobalOptions(CLI::App& app, SSettings& settings, SFlags& flags) {
 
 void CompleteRepository(SRepositoryOptions& repository) {
     if (repository.location.empty()) {
-        throw CLI::RequiredError("--repo (or CLOUDBACKUP_REPO)");
+        throw CWrongUseExc("--repo (or CLOUDBACKUP_REPO) is required (see 'cloudbackup --help')");
     }
     if (repository.stateFolder.empty()) {
         repository.stateFolder = CLocalState::DefaultFolder();
@@ -136,40 +140,6 @@ void ReportInterruption(const SFlags& flags) {
         PrintJson({{"event", "interrupted"}, {"message", GetInterruptMessage()}});
     }
     PrintTrouble(GetInterruptMessage());
-}
-
-/// How many letters must be changed, put in or left out to make one text of the other.
-std::size_t DistanceOf(std::string_view a, std::string_view b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
-        for (std::size_t j = 0; j < b.size(); ++j) {
-            const std::size_t same = diagonal + (a[i] == b[j] ? 0U : 1U);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({same, diagonal + 1, row[j] + 1});
-        }
-    }
-    return row.back();
-}
-
-std::string DescribeUnknownCommand(const CLI::App& app, const std::string& word) {
-    std::string best;
-    std::size_t distance = 3;  // what is further off is no slip
-    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
-        const std::size_t away = DistanceOf(word, command->get_name());
-        if (away < distance) {
-            best = command->get_name();
-            distance = away;
-        }
-    }
-    return "'" + word + "' is no command" + (best.empty() ? "" : "; did you mean '" + best + "'?");
-}
-
-std::string DescribeWrongUse(const CLI::App& app, const std::exception& failure) {
-    const std::vector<std::string> rest = app.remaining(false);
-    const bool isUnknown = !rest.empty() && !rest.front().starts_with('-') && app.get_subcommands().empty();
-    return isUnknown ? DescribeUnknownCommand(app, rest.front()) : failure.what();
 }
 
 using commands_t = std::vector<std::pair<CLI::App*, std::unique_ptr<ICommand>>>;
@@ -219,6 +189,7 @@ int RunCommand(ICommand& command, const SSettings& settings, const SFlags& flags
 
 int RunApp(int argc, const char* const* argv) {
     CLI::App app("Keeps backups of folders in a repository and brings them back.", "cloudbackup");
+    app.formatter(std::make_shared<CHelpFormatter>());
     app.require_subcommand(1);
     app.fallthrough();
     app.set_version_flag("--version", "cloudbackup " CLOUDBACKUP_VERSION);
@@ -233,11 +204,12 @@ int RunApp(int argc, const char* const* argv) {
     passwords.Register(app, settings.repository.keys);
 
     const commands_t commands = RegisterCommands(app);
+    FinishDefinition(app);
     ICommand* chosen = nullptr;
     try {
         const std::string configFile = GivenConfigFile(argc, argv);
         LoadConfigFile(app, configFile.empty() ? DefaultConfigFile() : configFile, !configFile.empty());
-        app.parse(argc, argv);
+        ParseWords(app, GuardWords(argc, argv));
         chosen = &ChosenCommand(commands);
         if (chosen->NeedsRepository()) {
             CompleteRepository(settings.repository);
@@ -247,7 +219,7 @@ int RunApp(int argc, const char* const* argv) {
         if (failure.get_exit_code() == 0) {  // --help, --version
             return app.exit(failure);
         }
-        PrintTrouble(DescribeWrongUse(app, failure) + " (see 'cloudbackup --help')");
+        PrintTrouble(DescribeWrongUse(app, failure));
         return exitWrongUse;
     } catch (const std::exception& failure) {
         ReportFailure(failure, flags);

@@ -87,7 +87,7 @@ public:
         if (options.dryRun) {
             PrintDryRun(settings, result, changes);
         } else {
-            PrintResult(settings, result, took.count());
+            PrintResult(settings, result, options.longTerm, took.count());
         }
         return result.troubles == 0 ? exitDone : exitIncomplete;
     }
@@ -112,15 +112,18 @@ private:
                   FormatBytes(changes.GetBytes(EChange::removed)) + " removed");
     }
 
-    static void PrintResult(const SSettings& settings, const SBackupResult& result, double seconds) {
+    static void PrintResult(const SSettings& settings, const SBackupResult& result, bool longTerm, double seconds) {
         if (settings.output == EOutput::json) {
-            PrintJson(CheckpointToJson(result.checkpoint, result.document));
+            nlohmann::json value = CheckpointToJson(result.checkpoint, result.document);
+            value["longTerm"] = longTerm;
+            PrintJson(value);
             return;
         }
         if (settings.output != EOutput::text) {
             return;
         }
-        PrintLine("Checkpoint " + std::to_string(result.checkpoint) + " of set '" + settings.repository.set + "'");
+        PrintLine("Checkpoint " + std::to_string(result.checkpoint) + " of set '" + settings.repository.set + "'" +
+                  (longTerm ? ", kept for the long term" : ""));
         for (const auto& root : result.document.roots) {
             const bool carriedOn = root.checkpoint != result.checkpoint;
             PrintRoot(root, carriedOn);

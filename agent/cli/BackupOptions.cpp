@@ -109,6 +109,8 @@ void CBackupOptions::AddDescription(CLI::App& command) {
     command.add_option("--host", host_, "The machine that the checkpoint names (default: this one)")->type_name("NAME");
     AddRepeated(command, "--tag", tags_, "A tag, or several with commas between, for the checkpoint", "TAG");
     command.add_option("--description", description_, "A line that says what the checkpoint is")->type_name("TEXT");
+    command.add_flag("--long-term", longTerm_,
+                     "Keep the checkpoint for the long term: rules of 'forget' leave it alone");
 }
 
 void CBackupOptions::AddReading(CLI::App& command) {
@@ -116,6 +118,8 @@ void CBackupOptions::AddReading(CLI::App& command) {
     command.add_flag("--ignore-ctime", ignoreCtime_, "A new ctime alone is no change (for network file systems)");
     command.add_flag("--ignore-inode", ignoreInode_,
                      "A new inode number alone is no change (for network file systems)");
+    command.add_flag("--accept-older-state", acceptOlderState_,
+                     "Go on although the store has not the last checkpoint that was made here");
     command.add_flag("-n,--dry-run", dryRun_, "Say what would be added, changed and removed; write nothing");
 }
 
@@ -129,8 +133,10 @@ SBackupOptions CBackupOptions::Make() const {
     options.programVersion = "cloudbackup " CLOUDBACKUP_VERSION;
     options.tags = MakeTags();
     options.description = description_;
+    options.longTerm = longTerm_;
     options.signs = {ignoreCtime_, ignoreInode_};
     options.force = force_;
+    options.acceptOlderState = acceptOlderState_;
     options.dryRun = dryRun_;
     AddInput(options);
     CheckUse(options);

@@ -56,8 +56,10 @@ private:
     std::string host_;
     std::vector<std::string> tags_;
     std::string description_;
+    bool longTerm_ = false;
 
     bool force_ = false;
+    bool acceptOlderState_ = false;
     bool ignoreCtime_ = false;
     bool ignoreInode_ = false;
     bool dryRun_ = false;

@@ -30,7 +30,7 @@ std::string StructureText(const SCheckResult& result) {
     }
     return "Structure: sound. " + FormatCount(c.checkpoints, "checkpoint") + ", " +
            FormatCount(c.metadataObjects, "metadata object") + " and " + FormatCount(c.blocks, "block") +
-           " are there with their recorded sizes, and all metadata is whole. This says nothing of the bytes in the "
+           " are there with the sizes recorded, and all metadata is whole. This says nothing of the bytes in the "
            "blocks.";
 }
 
@@ -53,8 +53,8 @@ std::string DataText(const SCheckOptions& options, const SCheckResult& result) {
         return "Data (" + what + "): damaged; the blocks named above do not give their content.";
     }
     return "Data (" + what + "): sound. " + FormatCount(c.blocksRead) + " of " + FormatCount(c.blocks, "block") +
-           " were read: " + FormatCount(c.chunksRead, "chunk") + " gave " + FormatBytes(c.bytesRead) +
-           " with the right SHA-256." +
+           (c.blocksRead == 1 ? " was" : " were") + " read: " + FormatCount(c.chunksRead, "chunk") + " gave " +
+           FormatBytes(c.bytesRead) + " with the right SHA-256." +
            (options.readData->IsAll() ? " All content can be restored." : " This says nothing of the other blocks.");
 }
 
@@ -105,6 +105,10 @@ SCheckOptions CCheckOptions::MakeOptions() const {
     return options;
 }
 
+std::string NameCheckpoints(const std::vector<std::uint64_t>& ids) {
+    return (ids.size() == 1 ? "checkpoint " : "checkpoints ") + FormatIds(ids);
+}
+
 void PrintFinding(EOutput output, const SFinding& finding) {
     const std::vector<std::uint64_t> checkpoints(finding.checkpoints.begin(), finding.checkpoints.end());
     if (output == EOutput::json) {
@@ -121,7 +125,7 @@ void PrintFinding(EOutput output, const SFinding& finding) {
         return;
     }
     PrintTrouble(std::string(ToStr(finding.damage)) + ": '" + EscapePath(finding.object) + "': " + finding.reason +
-                 (checkpoints.empty() ? "" : " (checkpoints " + FormatIds(checkpoints) + ")"));
+                 (checkpoints.empty() ? "" : " (" + NameCheckpoints(checkpoints) + ")"));
     std::size_t named = 0;
     for (const auto& file : finding.files) {
         if (++named > mostFilesNamed) {

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "agent/check/CheckRun.h"
 #include "agent/cli/Output.h"
@@ -23,6 +24,9 @@ private:
     std::string share_;
     std::uint64_t seed_ = 0;
 };
+
+/// "checkpoint 3", "checkpoints 1-4, 7".
+[[nodiscard]] std::string NameCheckpoints(const std::vector<std::uint64_t>& ids);
 
 /// One damaged object: a line with what is wrong, and one for each file (up to ten) that it takes along.
 void PrintFinding(EOutput output, const SFinding& finding);

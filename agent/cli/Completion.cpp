@@ -101,7 +101,12 @@ std::string MakeZsh(const CLI::App& app) {
     return text +
            "    esac\n"
            "}\n"
-           "compdef _cloudbackup cloudbackup\n";
+           "# Loaded by its name it is asked at once; sourced, it is made known.\n"
+           "if [[ $funcstack[1] == _cloudbackup ]]; then\n"
+           "    _cloudbackup \"$@\"\n"
+           "else\n"
+           "    compdef _cloudbackup cloudbackup\n"
+           "fi\n";
 }
 
 /// In single quotes, as fish reads them.

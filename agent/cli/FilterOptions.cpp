@@ -21,7 +21,9 @@ void CFilterOptions::AddTo(CLI::App& command) {
     command.add_option("--since", since_, "Only checkpoints from then on: 2026-11-21, 2026-11-21T08:15:00 (UTC)")
         ->type_name("TIME");
     command.add_option("--until", until_, "Only checkpoints up to then; a day counts whole")->type_name("TIME");
-    command.add_option("--last", last_, "Of those the newest N")->type_name("N")->check(CLI::PositiveNumber);
+    command.add_option("--last", last_, "Of those the newest N")->type_name("N")->check([](const std::string& text) {
+        return text == "0" || text.starts_with('-') ? "it must be 1 or more" : std::string();
+    });
 }
 
 SCheckpointFilter CFilterOptions::MakeFilter() const {

@@ -31,7 +31,9 @@ std::string NamesOf(const CLI::Option& option) {
 }
 
 std::string OptionText(const CLI::Option& option) {
-    std::string text = ".TP\n" + NamesOf(option) + "\n" + Escape(option.get_description()) + "\n";
+    const std::string notes = NotesOf(option);
+    std::string text = ".TP\n" + NamesOf(option) + "\n" + Escape(option.get_description()) +
+                       (notes.empty() ? "" : " " + Escape(notes)) + "\n";
     if (!option.get_envname().empty()) {
         text += "Environment: " + Escape(option.get_envname()) + ".\n";
     }
@@ -43,7 +45,8 @@ std::string CommandText(const CLI::App& command, const std::string& above) {
     std::string text = ".SS " + Escape(name);
     for (const CLI::Option* argument : ArgumentsOf(command)) {
         const std::string word = argument->get_name(true);
-        text += " " + Escape(argument->get_required() ? word : "[" + word + "]");
+        const std::string more = argument->get_expected_max() > 1 ? "..." : "";
+        text += " " + Escape(argument->get_required() ? word + more : "[" + word + more + "]");
     }
     text += "\n" + Escape(command.get_description()) + ".\n";
     for (const CLI::Option* argument : ArgumentsOf(command)) {
@@ -74,6 +77,11 @@ std::string MakeManPage(const CLI::App& app, const std::string& version) {
     for (const CLI::App* command : CommandsOf(app)) {
         text += CommandText(*command, {});
     }
+    text +=
+        ".SH FILES\n.TP\n\\fI$XDG_CONFIG_HOME/cloudbackup/config.toml\\fR, "
+        "\\fI~/.config/cloudbackup/config.toml\\fR\nOptions, one \\fIname\\fR = \\fIvalue\\fR a line.\n"
+        ".TP\n\\fI$XDG_STATE_HOME/cloudbackup\\fR, \\fI~/.local/state/cloudbackup\\fR\n"
+        "The client's id, and copies of metadata that save downloads.\n";
     return text + ".SH EXIT STATUS\n" + Escape(app.get_footer()) + "\n";
 }
 

@@ -17,12 +17,14 @@ public:
         command->add_flag("-n,--dry-run", dryRun_, "Only say what would be deleted");
         command->add_flag("--all-sets", allSets_, "Prune every set of the client");
         AddMinAgeOption(*command, minAge_);
+        AddMaxUnusedOption(*command, maxUnused_);
         return command;
     }
 
     int Run(const SSettings& settings) override {
         SPruneOptions options;
         options.minAge = MinAgeOf(minAge_);
+        options.maxUnused = MaxUnusedOf(maxUnused_);
         return allSets_ ? PruneAll(settings, options) : PruneOne(settings, options);
     }
 
@@ -67,6 +69,7 @@ private:
     bool dryRun_ = false;
     bool allSets_ = false;
     std::string minAge_;
+    std::string maxUnused_;
 };
 
 }  // namespace

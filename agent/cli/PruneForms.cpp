@@ -15,6 +15,23 @@ std::string ToText(const SObjectCount& count, const std::string& noun) {
     return FormatCount(count.objects, noun) + ", " + FormatBytes(count.bytes);
 }
 
+nlohmann::json ToJson(const SRepackPlan& repack) {
+    return {{"blocks", repack.blockCount},
+            {"bytesMoved", repack.movedBytes},
+            {"bytesFreed", repack.freedBytes},
+            {"metadata", repack.versions.size()},
+            {"checkpoints", repack.checkpoints.size()}};
+}
+
+void PrintRepack(const SRepackPlan& repack, bool dryRun) {
+    if (!repack.IsEmpty()) {
+        PrintLine("  written anew: " + std::string(dryRun ? "would read and write " : "read and wrote ") +
+                  FormatBytes(repack.movedBytes) + " of " + FormatCount(repack.blockCount, "block") + ", which " +
+                  (dryRun ? "would free " : "freed ") + FormatBytes(repack.freedBytes) + "; metadata of " +
+                  FormatCount(repack.checkpoints.size(), "checkpoint"));
+    }
+}
+
 void PrintPlan(const std::string& set, const SPrunePlan& plan, bool dryRun) {
     const std::string verb = dryRun ? "would remove " : "removed ";
     PrintLine("Set '" + set + "' with " + FormatCount(plan.checkpoints.size(), "checkpoint") + ":");
@@ -27,6 +44,7 @@ void PrintPlan(const std::string& set, const SPrunePlan& plan, bool dryRun) {
     if (plan.young.objects != 0) {
         PrintLine("  unused, but too young to go (--min-age): " + ToText(plan.young, "object"));
     }
+    PrintRepack(plan.repack, dryRun);
     if (plan.unusedBytes != 0) {
         const double share = 100.0 * static_cast<double>(plan.unusedBytes) /
                              static_cast<double>(std::max<std::uint64_t>(plan.blocksKept.bytes, 1));
@@ -49,6 +67,7 @@ nlohmann::json ToJson(const std::string& set, const SPrunePlan& plan, bool dryRu
             {"othersRemoved", ToJson(plan.othersRemoved)},
             {"tooYoung", ToJson(plan.young)},
             {"unusedBytes", plan.unusedBytes},
+            {"repacked", ToJson(plan.repack)},
             {"missingBlocks", plan.missingBlocks}};
 }
 
@@ -81,17 +100,35 @@ std::optional<std::chrono::seconds> MinAgeOf(const std::string& text) {
     }
 }
 
-int PruneAndPrint(CSetUpkeep& upkeep, const SPruneOptions& options, bool dryRun, EOutput output) {
-    const SPrunePlan plan = PlanPrune(upkeep, options, TroublePrinter(output));
-    if (!dryRun) {
-        ExecutePrune(upkeep, plan, options);
+void AddMaxUnusedOption(CLI::App& command, std::string& text) {
+    command
+        .add_option("--max-unused", text,
+                    "Write blocks anew when more than that of what is kept is waste in\n"
+                    "blocks that are needed in part: 10%, 500M, 0, unlimited (default: 10%)")
+        ->type_name("LIMIT");
+}
+
+SUnusedLimit MaxUnusedOf(const std::string& text) {
+    try {
+        return text.empty() ? SUnusedLimit() : SUnusedLimit::FromText(text);
+    } catch (const exc::CRuntimeExc& failure) {
+        throw CWrongUseExc("%1", failure.what());
     }
+}
+
+int PruneAndPrint(CSetUpkeep& upkeep, const SPruneOptions& options, bool dryRun, EOutput output) {
+    std::uint64_t troubles = 0;
+    const trouble_sink_t onTrouble = [&, print = TroublePrinter(output)](const STrouble& trouble) {
+        ++troubles;
+        print(trouble);
+    };
+    const SPrunePlan plan = dryRun ? PlanPrune(upkeep, options, onTrouble) : RunPrune(upkeep, options, onTrouble);
     if (output == EOutput::json) {
         PrintJson(ToJson(upkeep.GetSet(), plan, dryRun));
     } else if (output == EOutput::text) {
         PrintPlan(upkeep.GetSet(), plan, dryRun);
     }
-    return plan.missingBlocks == 0 ? exitDone : exitIncomplete;
+    return troubles == 0 ? exitDone : exitIncomplete;
 }
 
 }  // namespace agent

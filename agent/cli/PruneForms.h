@@ -15,6 +15,10 @@ namespace agent {
 void AddMinAgeOption(CLI::App& command, std::string& text);
 [[nodiscard]] std::optional<std::chrono::seconds> MinAgeOf(const std::string& text);
 
+/// The option --max-unused; empty when it is not given.
+void AddMaxUnusedOption(CLI::App& command, std::string& text);
+[[nodiscard]] SUnusedLimit MaxUnusedOf(const std::string& text);
+
 /// Plans and, unless it is a dry run, does a prune of one set, and prints what goes. Returns the exit code.
 int PruneAndPrint(CSetUpkeep& upkeep, const SPruneOptions& options, bool dryRun, EOutput output);
 

@@ -1,8 +1,8 @@
 #include <chrono>
-#include <map>
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/Command.h"
+#include "agent/cli/CommandLine.h"
 #include "agent/cli/Confirm.h"
 #include "agent/cli/Interrupt.h"
 #include "agent/cli/Prompt.h"
@@ -13,10 +13,10 @@ namespace agent {
 
 namespace {
 
-const std::map<std::string, EOverwrite> overwriteRules{{"always", EOverwrite::always},
-                                                       {"if-changed", EOverwrite::ifChanged},
-                                                       {"if-newer", EOverwrite::ifNewer},
-                                                       {"never", EOverwrite::never}};
+const std::vector<std::pair<std::string, EOverwrite>> overwriteRules{{"always", EOverwrite::always},
+                                                                     {"if-changed", EOverwrite::ifChanged},
+                                                                     {"if-newer", EOverwrite::ifNewer},
+                                                                     {"never", EOverwrite::never}};
 
 const char* Word(ERestoreAction action) {
     switch (action) {
@@ -63,6 +63,7 @@ public:
     int Run(const SSettings& settings) override {
         const auto begin = std::chrono::steady_clock::now();
         Complete();
+        options_.threads = settings.repository.threads;
         const CInterruptScope interrupt(
             "Interrupted: what was restored stays; the same command with --overwrite if-changed restores the rest.");
         CProgressPrinter progress(settings.output, settings.progress);
@@ -99,12 +100,10 @@ private:
     }
 
     void AddRules(CLI::App& command) {
-        command
-            .add_option("--overwrite", options_.overwrite,
-                        "Restore into a folder that is not empty, and replace of what is there: always (all),\n"
-                        "if-changed (what differs by size or time), if-newer (what is older), never (nothing)")
-            ->transform(CLI::CheckedTransformer(overwriteRules))
-            ->type_name("RULE");
+        SetChoices(command.add_option("--overwrite", options_.overwrite,
+                                      "Restore into a folder that is not empty, and replace of what is there: all, "
+                                      "what differs by size or time, what is older, or nothing"),
+                   overwriteRules);
         command.add_flag("--force-content", options_.compareContent,
                          "Compare content too where size and time are the same");
         command.add_flag("--delete", options_.deleteOthers,
@@ -113,9 +112,6 @@ private:
         command.add_flag("--dry-run", options_.dryRun, "Only say what would be done");
         command.add_flag("--verify", options_.verify, "Read back what was written, and compare");
         command.add_flag("--fsync", options_.sync, "End only when all is on the device");
-        command.add_option("--threads", options_.threads, "How many threads write files (default: as many as cores)")
-            ->check(CLI::Range(1, 64))
-            ->type_name("N");
     }
 
     void Complete() {
@@ -123,7 +119,8 @@ private:
         options_.checkpoint = which_.substr(0, colon);
         options_.subfolder = colon == std::string::npos ? std::string() : which_.substr(colon + 1);
         if (options_.target.empty() && !inPlace_) {
-            throw CWrongUseExc("Say where to restore to: --target DIR, or --in-place (see 'cloudbackup --help')");
+            throw CWrongUseExc(
+                "Say where to restore to: --target DIR, or --in-place (see 'cloudbackup restore --help')");
         }
         if (inPlace_ && !options_.subfolder.empty()) {
             throw CWrongUseExc("CHECKPOINT:FOLDER needs a --target; in place a folder is named as a PATH");
@@ -184,15 +181,17 @@ private:
         PrintLine((options_.dryRun ? "Would restore checkpoint " : "Restored checkpoint ") +
                   std::to_string(result.checkpoint) +
                   (inPlace_ ? " in place" : " into " + EscapePath(options_.target)) + ": " +
-                  FormatCount(s.files, "file") + ", " + FormatBytes(s.bytes) + ", " + FormatCount(s.folders, "folder") +
-                  ", " + FormatCount(s.others, "link") + " and the like, in " + took);
+                  FormatCount(s.files, "file") + " (" + FormatBytes(s.bytes) + "), " +
+                  FormatCount(s.folders, "folder") +
+                  (s.others != 0 ? ", " + FormatCount(s.others, "other name") + " (links, devices, ...)" : "") +
+                  (options_.dryRun ? "" : std::string(", in ") + took));
         const auto also = [](std::uint64_t count, const char* what) {
             if (count != 0) {
                 PrintLine("  " + FormatCount(count) + " " + what);
             }
         };
         also(s.unchanged, "unchanged");
-        also(s.skipped, "left as they were");
+        also(s.skipped, s.skipped == 1 ? "left as it was" : "left as they were");
         also(s.deleted, options_.dryRun ? "would be deleted" : "deleted");
         also(s.verified, "read back and right");
         also(s.errors, "could not be restored; each is named above");

@@ -84,6 +84,7 @@ void CMetaState::Apply(SMetaChanges&& changes) {
             entries_.insert(std::move(node));
         }
     }
+    SetStreamEnd(std::max(streamEnd_, changes.streamEnd));
 }
 
 void CMetaState::AddBlock(const SBlockExternalId& block) {

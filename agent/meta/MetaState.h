@@ -46,6 +46,8 @@ struct SMetaChanges {
     packed_entries_t entries;
     /// Paths that are no more; taken away before the entries are put.
     std::set<std::string, SPathLess> removed;
+    /// Where the stream ends at least, whatever becomes of the last chunks.
+    std::uint64_t streamEnd = 0;
 
     /// Throws exc::CRuntimeExc for an entry or a path that does not hold together; nothing is changed then.
     void Put(const std::string& path, const SEntry& entry);

@@ -1,5 +1,7 @@
 #include "agent/run/BackupRun.h"
 
+#include <algorithm>
+
 #include "agent/chunk/ChunkStream.h"
 #include "agent/meta/FileExtent.h"
 #include "agent/meta/MetaFile.h"
@@ -30,6 +32,7 @@ public:
           scratch_(repository.GetSetFolder()),
           checkpoint_(backup_->GetLastCheckpointId() + 1),
           metaVersion_(MakeMetaVersion(checkpoint_)) {
+        CheckIsNotOlder();
         document_.started = Now();
         key_ = repository.GetKeys4Write()->GetCurrent();
         const auto& content = session_->GetCheckpoint()->GetDxr();
@@ -38,6 +41,7 @@ public:
         }
         Describe(document_, options_);
         DropRoots(document_, options_.droppedRoots);
+        LeaveOutStorages();
     }
 
     void BackUp(const std::vector<SSourceRoot>& sources) {
@@ -58,10 +62,12 @@ public:
         }
         document_.finished = Now();
         CheckIsLast();
-        const auto checkpoint = session_->CreateCheckpoint(repository_.StoreDocument(checkpoint_, document_), "");
+        const std::string text = repository_.StoreDocument(checkpoint_, document_);
+        const auto checkpoint = session_->CreateCheckpoint(text, options_.longTerm ? text : "");
         for (const auto& written : written_) {
             util::fs_file_rename(written.newPath, written.localPath);
         }
+        WriteLastCheckpoint(repository_.GetSetFolder(), checkpoint->GetId());
         return {checkpoint->GetId(), document_, 0};
     }
 
@@ -71,6 +77,34 @@ private:
         std::string newPath;
         std::shared_ptr<backup::IMetaUpdateSink> sink;  // keeps the extent that the commit reads through
     };
+
+    /// A store that shows nothing but old checkpoints can prove that they are the client's, but not that they are all.
+    void CheckIsNotOlder() const {
+        const std::uint64_t known = ReadLastCheckpoint(repository_.GetSetFolder());
+        if (checkpoint_ <= known && !options_.acceptOlderState) {
+            throw exc::CRuntimeExc(
+                "This machine has made checkpoint %1 of set '%2', but the last one that the store shows is %3: the "
+                "store has lost checkpoints, or shows an older state. Nothing was saved; when you know why (they were "
+                "deleted from another machine), go on with --accept-older-state",
+                known, repository_.GetSet(), checkpoint_ - 1);
+        }
+    }
+
+    /// A storage whose root was dropped is not carried on: what a session does not know when it begins, it leaves out.
+    void LeaveOutStorages() {
+        const auto last = session_->GetCheckpoint();
+        auto storages = last->GetStorages();
+        const std::size_t left = std::erase_if(storages, [&](const auto& storage) {
+            return std::none_of(document_.roots.begin(), document_.roots.end(),
+                                [&](const SRoot& root) { return root.storageId == storage.GetStorageId(); });
+        });
+        if (left != 0) {
+            const auto base = std::make_shared<backup::checkpoint::CCloudCheckpoint>(
+                storages, last->GetDxr(), last->GetDxrLongTerm(), last->GetOwner(), last->GetId(),
+                last->GetFormatVersion());
+            session_ = std::make_shared<backup::CCloudBackupSession>(base, backup_, false);
+        }
+    }
 
     void BackUpSource(const SSourceRoot& source) {
         CSelector selector = MakeSelector(options_, sinks_, source);
@@ -148,6 +182,7 @@ private:
         params.target.storageId = storageId;
         params.target.runVersion = checkpoint_;
         params.streamOffset = state.GetStreamEnd();
+        params.threads = repository_.GetThreads();
         params.knownBlocks = state.GetBlocks();
         params.knownChunks = state.GetChunks();
         params.key = key_;
@@ -195,7 +230,7 @@ private:
     const SBackupSinks& sinks_;
     CProgressCounter progress_;
     const std::shared_ptr<backup::CCloudBackup> backup_;
-    const std::shared_ptr<backup::CCloudBackupSession> session_;
+    std::shared_ptr<backup::CCloudBackupSession> session_;
     const CScratchFolder scratch_;
     const std::uint64_t checkpoint_;
     const std::uint64_t metaVersion_;

@@ -32,10 +32,14 @@ struct SBackupOptions {
     std::string programVersion;
     std::vector<std::string> tags;
     std::string description;
+    /// Write the checkpoint's long-term copy as well: rules of retention leave it alone.
+    bool longTerm = false;
 
     SChangeSigns signs;
     /// Read all files, whether or not anything points at a change.
     bool force = false;
+    /// Go on although the store's last checkpoint is older than the last one made here.
+    bool acceptOlderState = false;
     /// Tell what would change, read no file and write nothing.
     bool dryRun = false;
 
@@ -60,9 +64,11 @@ struct SBackupResult {
 /// among them are carried on as they were, unless they are dropped.
 ///
 /// A path that cannot be opened at all is an exception before anything is done; what cannot be read inside a source is
-/// told to the trouble sink. Until the commit no checkpoint changes; a run that was cut off is simply run again. When
-/// another run has made a checkpoint meanwhile (of a machine that has a copy of the state folder) this one is refused
-/// at its end; of two that reach the end in the same moment the later one wins, and both are whole.
+/// told to the trouble sink. A store whose last checkpoint is older than the last one made here has lost some, or does
+/// not show them: that is an exception too, unless the options accept it. Until the commit no checkpoint changes; a run
+/// that was cut off is simply run again. When another run has made a checkpoint meanwhile (of a machine that has a copy
+/// of the state folder) this one is refused at its end; of two that reach the end in the same moment the later one
+/// wins, and both are whole.
 [[nodiscard]] SBackupResult RunBackup(const SRepositoryOptions& options, const SBackupOptions& backupOptions,
                                       const SBackupSinks& sinks);
 

@@ -11,7 +11,7 @@ constexpr std::uint32_t notAsked = std::numeric_limits<std::uint32_t>::max();
 
 }  // namespace
 
-void CBlockUse::Add(const CMetaState& state) {
+std::vector<std::uint32_t> CBlockUse::Add(const CMetaState& state) {
     const auto& table = state.GetBlocks();
     std::vector<std::uint32_t> indexes(table.size(), notAsked);  // ours, by the places in the version's table
     const std::size_t before = chunks_.size();
@@ -26,6 +26,9 @@ void CBlockUse::Add(const CMetaState& state) {
     std::sort(middle, chunks_.end());
     std::inplace_merge(chunks_.begin(), middle, chunks_.end());
     chunks_.erase(std::unique(chunks_.begin(), chunks_.end()), chunks_.end());
+    std::erase(indexes, notAsked);
+    std::sort(indexes.begin(), indexes.end());
+    return indexes;
 }
 
 std::uint32_t CBlockUse::IndexOf(const SBlockExternalId& block) {
@@ -33,16 +36,21 @@ std::uint32_t CBlockUse::IndexOf(const SBlockExternalId& block) {
     return blocks_.try_emplace(digest::md5_digest_t{block.id}, SBlock{next, block.number32}).first->second.index;
 }
 
-std::uint64_t CBlockUse::CountUnusedBytes() const {
-    std::uint64_t all = 0;
-    for (const auto& [digest, block] : blocks_) {
-        all += block.size;
-    }
-    std::uint64_t used = 0;
+std::vector<std::uint64_t> CBlockUse::CountUsedBytes() const {
+    std::vector<std::uint64_t> used(blocks_.size());
     for (const auto& chunk : chunks_) {
-        used += chunk.size;
+        used[chunk.block] += chunk.size;
     }
-    return all > used ? all - used : 0;
+    return used;
+}
+
+std::uint64_t CBlockUse::CountUnusedBytes() const {
+    const auto used = CountUsedBytes();
+    std::uint64_t unused = 0;
+    for (const auto& [digest, block] : blocks_) {
+        unused += block.size - std::min(block.size, used[block.index]);
+    }
+    return unused;
 }
 
 }  // namespace agent

@@ -14,16 +14,20 @@ namespace agent {
 /// About 80 bytes for a block and 12 for a chunk.
 class CBlockUse {
 public:
-    /// A metadata version as it was read: all its chunks are needed.
-    void Add(const CMetaState& state);
+    /// A metadata version as it was read: all its chunks are needed. Returns the indexes of the blocks that have them,
+    /// ascending.
+    std::vector<std::uint32_t> Add(const CMetaState& state);
 
     [[nodiscard]] bool IsUsed(const digest::md5_digest_t& block) const { return blocks_.contains(block); }
     [[nodiscard]] std::uint64_t GetBlockCount() const { return blocks_.size(); }
     /// What the used blocks hold that nothing needs, in bytes.
     [[nodiscard]] std::uint64_t CountUnusedBytes() const;
+    /// What is needed of each block, in bytes, by the blocks' indexes.
+    [[nodiscard]] std::vector<std::uint64_t> CountUsedBytes() const;
 
     /// The used blocks and their sizes by what the metadata says of them.
     struct SBlock {
+        /// From 0 on, in the order in which they were first seen.
         std::uint32_t index = 0;
         std::uint64_t size = 0;
     };

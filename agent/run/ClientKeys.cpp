@@ -65,6 +65,7 @@ CKeyRing CClientKeys::Load() const {
         return {};
     }
     CKeyRing keys = Open(info.Get());
+    CheckIsNotOlder(keys);
     Remember(keys.GetCurrent()->GetId().ToAStr());
     return keys;
 }
@@ -73,11 +74,18 @@ CKeyRing CClientKeys::LoadOrMake() const {
     if (!options_.recoveryFile.empty()) {
         throw exc::CRuntimeExc("Recovery keys are for reading: to write, the password is needed");
     }
-    if (!repository_.GetEncryptionKeyInfo(clientId_).IsSet()) {
+    const auto info = repository_.GetEncryptionKeyInfo(clientId_);
+    if (!info.IsSet()) {
         CheckMemory(withoutKey);
         MakeFirst();
-    } else if (options_.noEncryption && !Load().IsEmpty()) {
-        throw exc::CRuntimeExc("Client %1 encrypts what it stores, and cannot begin without any more", clientId_);
+    } else if (options_.noEncryption) {
+        if (!Load().IsEmpty()) {
+            throw exc::CRuntimeExc("Client %1 encrypts what it stores, and cannot begin without any more", clientId_);
+        }
+        Remember(withoutKey);
+    } else if (SaysNoEncryption(info.Get())) {
+        CheckMemory(withoutKey);
+        CheckIsWanted();
     }
     return Load();
 }
@@ -93,12 +101,14 @@ void CClientKeys::MakeFirst() const {
     if (options_.noEncryption) {
         repository_.SetEncryptionKey(clientId_, RecordOf({}, L"not encrypted"),
                                      std::make_shared<crypto::sec_bytes_t>());
+        Remember(withoutKey);
         return;
     }
     const auto salt = SPasswordSalt::CreateNew(options_.cost);
     const auto key = KeyOfPassword(AskPassword(options_, EPasswordUse::first), salt);
     repository_.SetEncryptionKey(clientId_, RecordOf(key->GetId(), {}),
                                  std::make_shared<crypto::sec_bytes_t>(salt.ToBytes()));
+    Remember(key->GetId().ToAStr());
 }
 
 CKeyRing CClientKeys::Open(const key_info_t& info) const {
@@ -128,6 +138,7 @@ CKeyRing CClientKeys::Replace(EPasswordUse password, const std::wstring& hint) c
         throw exc::CRuntimeExc("Client %1 does not encrypt what it stores: there is no key to replace", clientId_);
     }
     const CKeyRing keys = Open(info.Get());
+    CheckIsNotOlder(keys);
     const auto salt = SPasswordSalt::CreateNew(options_.cost);
     const auto next = KeyOfPassword(AskPassword(options_, password), salt);
 
@@ -159,6 +170,35 @@ void CClientKeys::CheckMemory(const std::string& found) const {
             "for it any more: its key record is lost, or somebody wants to see what you store. Nothing was written; "
             "recovery keys (--recovery-file) still read what is there",
             clientId_, known);
+    }
+}
+
+/// The record alone is no reason to store what everyone can read: the store can write it.
+void CClientKeys::CheckIsWanted() const {
+    if (::access(memoryFile_.c_str(), F_OK) != 0 || ReadSmallFile(memoryFile_) != withoutKey) {
+        throw exc::CRuntimeExc(
+            "The repository says that client %1 does not encrypt what it stores, but nobody has said so on this "
+            "machine: say --no-encryption if it is so; if not, somebody wants to see what you store. Nothing was "
+            "written",
+            clientId_);
+    }
+}
+
+/// A key that follows the one this machine knows has it in its history, wrapped, which nobody else can make.
+void CClientKeys::CheckIsNotOlder(const CKeyRing& keys) const {
+    if (::access(memoryFile_.c_str(), F_OK) != 0) {
+        return;
+    }
+    const std::string known = ReadSmallFile(memoryFile_);
+    const bool follows = known == withoutKey || std::ranges::any_of(keys.GetKeys(), [&](const auto& k) {
+                             return k->GetId().ToAStr() == known;
+                         });
+    if (!follows) {
+        throw exc::CRuntimeExc(
+            "Client %1 had key %2 when this machine last saw it, but the repository has key %3, which does not follow "
+            "it: the repository shows an older state, or its key history is damaged. Nothing was written; when you "
+            "know why, delete '%4'",
+            clientId_, known, keys.GetCurrent()->GetId().ToAStr(), memoryFile_);
     }
 }
 

@@ -43,7 +43,9 @@ public:
 /// The record names the current key by its id, which is made of the key: so a wrong password is told at once. A record
 /// with the id of no key says that the client does without encryption, and that somebody wanted it so; without a record
 /// nobody has said anything yet. What this machine has seen of a client once, it remembers (`memoryFile`): a store
-/// that takes the record away makes no one write without encryption. Failures are exceptions.
+/// that takes the record away makes no one write without encryption, and one that shows an old record makes no one go
+/// back to a key that was replaced. That a client does without encryption it writes by only where somebody has said so
+/// on this machine. Failures are exceptions.
 class CClientKeys {
 public:
     CClientKeys(cloudbackuplib::backup::ICloudRepository& repository, const guid::guid_t& clientId,
@@ -65,6 +67,8 @@ private:
     [[nodiscard]] CKeyRing OpenWithRecoveryFile() const;
     void MakeFirst() const;
     void CheckMemory(const std::string& found) const;
+    void CheckIsWanted() const;
+    void CheckIsNotOlder(const CKeyRing& keys) const;
     void Remember(const std::string& found) const;
 
     cloudbackuplib::backup::ICloudRepository& repository_;

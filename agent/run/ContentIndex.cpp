@@ -27,7 +27,7 @@ void CContentIndex::LoadKnown() {
     }
 }
 
-std::optional<SEntry> CContentIndex::FindMoved(const SEntry& now) {
+std::optional<SEntry> CContentIndex::FindMoved(const SEntry& now, bool ignoreCtime) {
     if (now.btime == STime{}) {
         return std::nullopt;
     }
@@ -37,7 +37,8 @@ std::optional<SEntry> CContentIndex::FindMoved(const SEntry& now) {
         return std::nullopt;
     }
     auto entry = known_.Find(*found->second);
-    const bool same = entry && entry->btime == now.btime && entry->mtime == now.mtime && entry->size == now.size;
+    const bool same = entry && entry->btime == now.btime && entry->mtime == now.mtime && entry->size == now.size &&
+                      (ignoreCtime || entry->ctime == now.ctime);
     return same ? std::move(entry) : std::nullopt;
 }
 

@@ -17,10 +17,12 @@ class CContentIndex {
 public:
     explicit CContentIndex(const CMetaState& known) : known_(known) {}
 
-    /// The known entry of the very file that `now` describes, under whatever name: same inode, made and written at the
-    /// same times, of the same size. Nothing where the file system does not tell when an inode was made: a freed inode
+    /// The known entry of the very file that `now` describes, under whatever name: same inode, made, written and
+    /// changed at the same times, of the same size, as with all in a folder that was moved. A file that was renamed
+    /// itself has another ctime, and so has one that was edited and given its old mtime again: nobody can tell the two
+    /// apart, so both are read. Nothing where the file system does not tell when an inode was made: a freed inode
     /// may have come back with another file of the same size and date.
-    [[nodiscard]] std::optional<SEntry> FindMoved(const SEntry& now);
+    [[nodiscard]] std::optional<SEntry> FindMoved(const SEntry& now, bool ignoreCtime);
     /// A file of the same content, from the known state or from this run.
     [[nodiscard]] std::optional<std::vector<SSegment>> FindCopy(const digest::sha256_digest_t& sha256,
                                                                 std::uint64_t size);

@@ -48,6 +48,20 @@ std::string GroupOf(const SSetDocument& document, const SGrouping& grouping) {
     return Join(parts);
 }
 
+/// Where the last checkpoint that this machine made is to go, it is not to be missed: told before it goes, since behind
+/// a deletion that was cut off the next backup would take the store for one that has lost it.
+void ForgetLastMade(CSetUpkeep& upkeep, const std::vector<std::uint64_t>& remove) {
+    const std::string& folder = upkeep.GetRepository().GetSetFolder();
+    if (!std::binary_search(remove.begin(), remove.end(), ReadLastCheckpoint(folder))) {
+        return;
+    }
+    std::uint64_t last = 0;
+    for (const auto id : upkeep.GetBackup().EnumCheckpointsImpl(backup::CheckpointFilter::all)) {
+        last = std::binary_search(remove.begin(), remove.end(), id) ? last : id;
+    }
+    WriteLastCheckpoint(folder, last);
+}
+
 /// Makes the plan of one forget.
 class CForgetPlanner {
 public:
@@ -206,6 +220,7 @@ std::uint64_t ExecuteForget(CSetUpkeep& upkeep, const SForgetPlan& plan, const S
         return 0;
     }
     upkeep.CheckClientIsGone(options.minAge.value_or(upkeep.DefaultMinAge()));
+    ForgetLastMade(upkeep, plan.remove);
     upkeep.GetBackup().DeleteCheckpoints({plan.remove.begin(), plan.remove.end()});
     // A document that cannot be deleted is only logged there.
     const auto left = upkeep.GetBackup().EnumCheckpointsImpl(backup::CheckpointFilter::all);

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "agent/run/SetDocument.h"
 #include "common/exc.h"
@@ -20,6 +21,8 @@ namespace agent {
 
 namespace {
 
+constexpr const char* lastCheckpointFile = "/last-checkpoint";
+
 std::string HomeFolder() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') {  // NOLINT: no thread changes it
         return home;
@@ -28,6 +31,26 @@ std::string HomeFolder() {
         return user->pw_dir;
     }
     throw exc::CRuntimeExc("Cannot tell the home folder: set HOME, or name the state folder with --state-dir");
+}
+
+constexpr const char* scratchPrefix = "run-";
+
+/// Open and locked; nothing where that cannot be had.
+posix::fd_t LockFolder(const std::string& path, int operation) {
+    posix::fd_t folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return folder && ::flock(folder.Get(), operation) == 0 ? std::move(folder) : posix::fd_t();
+}
+
+/// Removes what runs that were killed have left: the system has let go of their locks.
+void SweepScratch(const std::string& parent) {
+    std::error_code ignored;  // of others that sweep as well
+    for (const auto& entry : std::filesystem::directory_iterator(parent, ignored)) {
+        if (entry.path().filename().string().starts_with(scratchPrefix)) {
+            if (const auto lock = LockFolder(entry.path(), LOCK_EX | LOCK_NB)) {
+                std::filesystem::remove_all(entry.path(), ignored);
+            }
+        }
+    }
 }
 
 }  // namespace
@@ -45,6 +68,16 @@ void WriteSmallFile(const std::string& path, const std::string& text) {
     file.Write(text);
     file.Sync();
     util::fs_file_rename(beside, path);
+}
+
+std::uint64_t ReadLastCheckpoint(const std::string& setFolder) {
+    const std::string path = setFolder + lastCheckpointFile;
+    return ::access(path.c_str(), F_OK) == 0 ? util::str_to_uint64(ReadSmallFile(path)) : 0;
+}
+
+void WriteLastCheckpoint(const std::string& setFolder, std::uint64_t checkpoint) {
+    const std::string path = setFolder + lastCheckpointFile;
+    checkpoint == 0 ? util::fs_file_delete(path) : WriteSmallFile(path, std::to_string(checkpoint));
 }
 
 void MakePrivateFolders(const std::string& folder) {
@@ -104,6 +137,10 @@ std::string CLocalState::GetKeyMemoryPath(const guid::guid_t& repository, const 
     return folder + "/.key";
 }
 
+void CLocalState::ForgetClient(const guid::guid_t& repository, const guid::guid_t& client) const {
+    std::filesystem::remove_all(folder_ + "/" + repository.ToAStr() + "/" + client.ToAStr());
+}
+
 CSetLock::CSetLock(const std::string& setFolder, const std::string& set)
     : file_(posix::posix_file_t::OpenOrCreate4Write(setFolder + "/lock", false, 0)) {
     if (::flock(file_.GetFd(), LOCK_EX | LOCK_NB) != 0) {
@@ -114,10 +151,15 @@ CSetLock::CSetLock(const std::string& setFolder, const std::string& set)
     }
 }
 
-CScratchFolder::CScratchFolder(const std::string& parent) : path_(parent + "/run-XXXXXX") {
-    if (::mkdtemp(path_.data()) == nullptr) {
-        throw posix::CPosixExc("make a folder in", parent, errno);
-    }
+CScratchFolder::CScratchFolder(const std::string& parent) {
+    SweepScratch(parent);
+    do {
+        path_ = parent + "/" + scratchPrefix + "XXXXXX";
+        if (::mkdtemp(path_.data()) == nullptr) {
+            throw posix::CPosixExc("make a folder in", parent, errno);
+        }
+        lock_ = LockFolder(path_, LOCK_EX);
+    } while (::access(path_.c_str(), F_OK) != 0);  // swept before it was locked
 }
 
 CScratchFolder::~CScratchFolder() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "common/guid.h"
@@ -7,8 +8,9 @@
 
 namespace agent {
 
-/// What the agent keeps on this machine: the client's id, and per set a copy of the metadata that is in the cloud.
-/// Losing it costs a download, never data. Failures are exceptions that name the file. For one thread.
+/// What the agent keeps on this machine: the client's id, and per set a copy of the metadata that is in the cloud,
+/// with the number of the last checkpoint made. Losing it costs a download, never data. Failures are exceptions that
+/// name the file. For one thread.
 class CLocalState {
 public:
     /// The folder is made when it is missing.
@@ -24,6 +26,8 @@ public:
                                            const std::string& set) const;
     /// Where it is noted how a client of a repository encrypts. No set has such a name.
     [[nodiscard]] std::string GetKeyMemoryPath(const guid::guid_t& repository, const guid::guid_t& client) const;
+    /// Drops all that is known of a client that is no more.
+    void ForgetClient(const guid::guid_t& repository, const guid::guid_t& client) const;
 
 private:
     std::string folder_;
@@ -40,7 +44,8 @@ private:
     posix::posix_file_t file_;
 };
 
-/// A folder for one run's temporary files; removed with all files in it at the end.
+/// A folder for one run's temporary files; removed with all files in it at the end. What killed runs left in the parent
+/// is removed at the beginning.
 class CScratchFolder {
 public:
     explicit CScratchFolder(const std::string& parent);
@@ -52,11 +57,17 @@ public:
 
 private:
     std::string path_;
+    posix::fd_t lock_;  // tells others that the folder is in use
 };
 
 /// A file of a line or so, which is written whole or not at all. Failures are posix::CPosixExc.
 [[nodiscard]] std::string ReadSmallFile(const std::string& path);
 void WriteSmallFile(const std::string& path, const std::string& text);
+
+/// The number of the last checkpoint of a set that this machine made; 0 when it remembers none.
+[[nodiscard]] std::uint64_t ReadLastCheckpoint(const std::string& setFolder);
+/// 0 forgets it.
+void WriteLastCheckpoint(const std::string& setFolder, std::uint64_t checkpoint);
 
 /// Makes a folder with its missing parents, for the user alone.
 void MakePrivateFolders(const std::string& folder);

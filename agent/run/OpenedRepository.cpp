@@ -158,6 +158,7 @@ COpenedRepository::COpenedRepository(std::shared_ptr<backup::ICloudRepository> r
       isOwnClient_(clientId == state.GetClientId()),
       set_(options.set),
       setFolder_(state.GetSetFolder(repository_->GetId(), clientId, options.set)),
+      threads_(options.threads),
       keyOptions_(options.keys),
       keyMemoryPath_(state.GetKeyMemoryPath(repository_->GetId(), clientId)) {}
 

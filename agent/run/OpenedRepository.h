@@ -25,6 +25,8 @@ struct SRepositoryOptions {
     std::string client;
     std::string stateFolder;
     SKeyOptions keys;
+    /// That compress, encrypt and check; 0 for as many as the machine runs at once.
+    unsigned threads = 0;
     /// What stands between the agent and the store, if anything: for tests that fail or count its calls.
     std::function<std::shared_ptr<cloudclientlib::ICloudClient>(std::shared_ptr<cloudclientlib::ICloudClient>)>
         wrapStore;
@@ -56,6 +58,8 @@ public:
     [[nodiscard]] bool IsOwnClient() const { return isOwnClient_; }
     [[nodiscard]] const std::string& GetSet() const { return set_; }
     [[nodiscard]] const std::string& GetSetFolder() const { return setFolder_; }
+    /// As the options have it.
+    [[nodiscard]] unsigned GetThreads() const { return threads_; }
 
     /// The keys by which the client's data is read; asks for the password when it first needs them.
     [[nodiscard]] const key_ring_ptr& GetKeys();
@@ -84,6 +88,7 @@ private:
     bool isOwnClient_;
     std::string set_;
     std::string setFolder_;
+    unsigned threads_;
     SKeyOptions keyOptions_;
     std::string keyMemoryPath_;
     key_ring_ptr keys_;  // null until they are first needed

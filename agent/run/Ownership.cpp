@@ -154,13 +154,17 @@ SDeletion DescribeRepository(const SRepositoryOptions& options) {
 void DeleteSet(const SRepositoryOptions& options) {
     const auto repository = OpenCloudRepository(options);
     const guid::guid_t id = ClientOfSet(options, *repository);
-    const CSetLock lock(CLocalState(options.stateFolder).GetSetFolder(repository->GetId(), id, options.set),
-                        options.set);
+    const std::string folder = CLocalState(options.stateFolder).GetSetFolder(repository->GetId(), id, options.set);
+    const CSetLock lock(folder, options.set);
+    WriteLastCheckpoint(folder, 0);  // not to be missed, also where this is cut off
     OpenCloudRepository(options, id)->DeleteBackup(id, options.set, nullptr);
 }
 
 void DeleteClient(const SRepositoryOptions& options, const guid::guid_t& client) {
-    OpenCloudRepository(options, client)->Delete();
+    const auto repository = OpenCloudRepository(options, client);
+    const guid::guid_t id = repository->GetId();
+    repository->Delete();
+    CLocalState(options.stateFolder).ForgetClient(id, client);
 }
 
 void DeleteRepository(const SRepositoryOptions& options) {

@@ -7,8 +7,9 @@
 
 #include "agent/run/BlockUse.h"
 #include "agent/run/CheckpointList.h"
-#include "agent/run/RootMetadata.h"
-#include "cloudbackuplib/CloudBackupSession.h"
+#include "agent/run/RepackDocuments.h"
+#include "agent/run/RepackRun.h"
+#include "agent/run/VersionReader.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 #include "common/options.h"
@@ -26,7 +27,9 @@ constexpr std::uint64_t toldMissingBlocks = 20;
 class CSetNeeds {
 public:
     CSetNeeds(CSetUpkeep& upkeep, const std::set<std::uint64_t>& without)
-        : upkeep_(upkeep), without_(without), scratch_(upkeep.GetRepository().GetSetFolder()) {}
+        : upkeep_(upkeep),
+          without_(without),
+          reader_(upkeep.GetBackup(), upkeep.GetRepository().GetSetFolder(), upkeep.GetRepository().GetKeys()) {}
 
     void Read() {
         auto checkpoints = ListCheckpoints(upkeep_.GetRepository(), upkeep_.GetBackup());
@@ -42,7 +45,7 @@ public:
         for (const auto& checkpoint : checkpoints) {
             AddMetadataObjects(checkpoint);
         }
-        // The newest first: this machine may have its metadata still.
+        // The newest first: this machine may have its metadata still, which holds most of what earlier ones need.
         std::reverse(checkpoints.begin(), checkpoints.end());
         for (const auto& checkpoint : checkpoints) {
             AddBlocks(checkpoint);
@@ -56,6 +59,15 @@ public:
         return found == blocks_.end() ? nullptr : &found->second;
     }
     [[nodiscard]] const std::map<guid::guid_t, CBlockUse>& GetStorages() const { return blocks_; }
+    /// Adds to the plan which versions name its blocks, and which checkpoints those versions.
+    void FindVersions(SRepackPlan& plan) const {
+        for (const auto& version : versions_) {
+            if (NamesAny(version, plan)) {
+                plan.versions.insert(version.fileName);
+                plan.checkpoints.insert(version.checkpoints.begin(), version.checkpoints.end());
+            }
+        }
+    }
 
 private:
     void AddMetadataObjects(const SCheckpointInfo& info) {
@@ -67,24 +79,47 @@ private:
         }
     }
 
+    /// A metadata version, who has it, and the blocks that it needs, by their indexes.
+    struct SVersion {
+        guid::guid_t storageId;
+        std::string fileName;
+        std::set<std::uint64_t> checkpoints;
+        std::vector<std::uint32_t> blocks;
+    };
+
     void AddBlocks(const SCheckpointInfo& info) {
         CheckAllAreNamed(info);
-        std::shared_ptr<backup::CCloudBackupSession> session;  // only for what is not known yet
         for (const auto& root : info.document.roots) {
-            if (!versions_.insert({root.storageId, root.headerSha256}).second) {
-                continue;
+            const auto [place, isNew] = known_.try_emplace({root.storageId, root.headerSha256}, versions_.size());
+            if (isNew) {
+                versions_.push_back(ReadVersion(info, root));
             }
-            if (!session) {
-                session = backup::CCloudBackupSession::StartSession(upkeep_.ShareBackup(), info.id, true);
-            }
-            try {
-                blocks_[root.storageId].Add(LoadMetadata(*session, root));
-            } catch (const std::exception& failure) {
-                exc::RegenTraceExc(failure,
-                                   "Nothing is pruned, since nobody knows which blocks checkpoint %1 needs of '%2'",
-                                   info.id, EscapePath(root.path));
-            }
+            versions_[place->second].checkpoints.insert(info.id);
         }
+    }
+
+    SVersion ReadVersion(const SCheckpointInfo& info, const SRoot& root) {
+        try {
+            const auto& storage = info.checkpoint->GetStorageById(root.storageId);
+            reader_.OfferLocalCopy(storage, root);
+            return {
+                root.storageId, storage.GetFileName(), {}, blocks_[root.storageId].Add(reader_.Read(storage, root))};
+        } catch (const std::exception& failure) {
+            exc::RegenTraceExc(failure,
+                               "Nothing is pruned, since nobody knows which blocks checkpoint %1 needs of '%2'",
+                               info.id, EscapePath(root.path));
+        }
+    }
+
+    [[nodiscard]] bool NamesAny(const SVersion& version, const SRepackPlan& plan) const {
+        const auto names = plan.blocks.find(version.storageId);
+        if (names == plan.blocks.end()) {
+            return false;
+        }
+        const auto& known = blocks_.at(version.storageId).GetBlocks();
+        return std::any_of(names->second.begin(), names->second.end(), [&](const auto& name) {
+            return std::binary_search(version.blocks.begin(), version.blocks.end(), known.at(name).index);
+        });
     }
 
     /// A storage that the document does not name would be pruned away.
@@ -100,19 +135,13 @@ private:
         }
     }
 
-    CMetaState LoadMetadata(backup::CCloudBackupSession& session, const SRoot& root) {
-        const std::string own = LocalMetaPath(upkeep_.GetRepository().GetSetFolder(), root.storageId);
-        const bool isOwn = LocalMetaVersion(own, root) != 0;
-        return LoadRootMetadata(session, root, isOwn ? own : LocalMetaPath(scratch_.GetPath(), root.storageId),
-                                *upkeep_.GetRepository().GetKeys());
-    }
-
     CSetUpkeep& upkeep_;
     const std::set<std::uint64_t>& without_;
-    const CScratchFolder scratch_;
+    CVersionReader reader_;
     std::vector<std::uint64_t> ids_;
     std::set<std::string> objects_;
-    std::set<std::pair<guid::guid_t, std::string>> versions_;
+    std::vector<SVersion> versions_;
+    std::map<std::pair<guid::guid_t, std::string>, std::size_t> known_;  // places in versions_
     std::map<guid::guid_t, CBlockUse> blocks_;
 };
 
@@ -124,6 +153,7 @@ public:
           onTrouble_(onTrouble),
           minAge_(options.minAge.value_or(upkeep.DefaultMinAge())),
           border_(std::chrono::system_clock::now() - minAge_),
+          maxUnused_(options.maxUnused),
           needs_(upkeep, options.without) {}
 
     SPrunePlan Plan() {
@@ -139,6 +169,8 @@ public:
             PlanMetadata(object);
         }
         FindMissingBlocks(stores);
+        plan_.repack = ChooseBlocks(needs_.GetStorages(), missing_, maxUnused_);
+        needs_.FindVersions(plan_.repack);
         return std::move(plan_);
     }
 
@@ -211,6 +243,7 @@ private:
     }
 
     void TellMissing(const guid::guid_t& storageId, const digest::md5_digest_t& md5) {
+        missing_[storageId].insert(md5);
         if (++plan_.missingBlocks <= toldMissingBlocks) {
             onTrouble_(
                 {paths::GetBackupBlockPath(upkeep_.GetBackup().GetBackupId(), storageId, paths::DigestToBlockName(md5)),
@@ -222,7 +255,9 @@ private:
     const trouble_sink_t& onTrouble_;
     const std::chrono::seconds minAge_;
     const std::chrono::system_clock::time_point border_;
+    const SUnusedLimit maxUnused_;
     CSetNeeds needs_;
+    std::map<guid::guid_t, SRepackPlan::block_names_t> missing_;
     SPrunePlan plan_;
 };
 
@@ -231,6 +266,23 @@ void CheckNothingHappened(const backup::CCloudBackup& cloudBackup, const SPruneP
     if (!std::equal(now.begin(), now.end(), plan.checkpoints.begin(), plan.checkpoints.end())) {
         throw exc::CRuntimeExc("Checkpoints of set '%1' were made or forgotten meanwhile: prune again",
                                cloudBackup.GetBackupId());
+    }
+}
+
+void Delete(CSetUpkeep& upkeep, const SPrunePlan& plan) {
+    auto& cloudBackup = upkeep.GetBackup();
+    CheckNothingHappened(cloudBackup, plan);
+    const auto client = cloudBackup.GetBackupClient();
+    const std::size_t limit = client->GetConcurrentTaskLimit();
+    options_t::GetInst().SetBlockDeletionConcurrency(limit);
+    task::RunWindow(
+        plan.objects.size(), limit, [&](std::size_t index) { return client->DeleteFileAsync(plan.objects[index]); },
+        [](std::size_t) {});
+    for (const auto& store : plan.stores) {
+        cloudBackup.ClearReleasedBlocks(store.storageId, store.blocks);
+        if (store.isGone && upkeep.GetRepository().IsOwnClient()) {
+            cloudBackup.DeleteBlockStore(store.storageId);
+        }
     }
 }
 
@@ -247,20 +299,26 @@ SPrunePlan PlanPrune(CSetUpkeep& upkeep, const SPruneOptions& options, const tro
 
 void ExecutePrune(CSetUpkeep& upkeep, const SPrunePlan& plan, const SPruneOptions& options) {
     upkeep.CheckClientIsGone(options.minAge.value_or(upkeep.DefaultMinAge()));
-    auto& cloudBackup = upkeep.GetBackup();
-    CheckNothingHappened(cloudBackup, plan);
-    const auto client = cloudBackup.GetBackupClient();
-    const std::size_t limit = client->GetConcurrentTaskLimit();
-    options_t::GetInst().SetBlockDeletionConcurrency(limit);
-    task::RunWindow(
-        plan.objects.size(), limit, [&](std::size_t index) { return client->DeleteFileAsync(plan.objects[index]); },
-        [](std::size_t) {});
-    for (const auto& store : plan.stores) {
-        cloudBackup.ClearReleasedBlocks(store.storageId, store.blocks);
-        if (store.isGone && upkeep.GetRepository().IsOwnClient()) {
-            cloudBackup.DeleteBlockStore(store.storageId);
+    Delete(upkeep, plan);
+}
+
+SPrunePlan RunPrune(CSetUpkeep& upkeep, const SPruneOptions& options, const trouble_sink_t& onTrouble) {
+    // Asked only here: a document that is replaced looks as if the client had just made it.
+    upkeep.CheckClientIsGone(options.minAge.value_or(upkeep.DefaultMinAge()));
+    AlignLongTermCopies(upkeep);
+    SPrunePlan plan = PlanPrune(upkeep, options, onTrouble);
+    if (!plan.repack.IsEmpty()) {
+        ExecuteRepack(upkeep, plan.repack, plan.checkpoints, onTrouble);
+        SPrunePlan after = PlanPrune(upkeep, options, [](const STrouble&) {});
+        if (after.missingBlocks > plan.missingBlocks) {
+            throw exc::CRuntimeExc("Of the blocks just written %1 are missing in the store: nothing is deleted",
+                                   after.missingBlocks - plan.missingBlocks);
         }
+        after.repack = std::move(plan.repack);
+        plan = std::move(after);
     }
+    Delete(upkeep, plan);
+    return plan;
 }
 
 }  // namespace agent

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/run/Repack.h"
 #include "agent/run/SetUpkeep.h"
 #include "agent/run/StoreListing.h"
 #include "agent/run/Trouble.h"
@@ -18,6 +19,8 @@ struct SPruneOptions {
     std::optional<std::chrono::seconds> minAge;
     /// Checkpoints to be taken as forgotten already: to tell beforehand what a prune would do behind a forget.
     std::set<std::uint64_t> without;
+    /// Blocks are written anew when the waste in them is more.
+    SUnusedLimit maxUnused;
 };
 
 struct SObjectCount {
@@ -56,17 +59,24 @@ struct SPrunePlan {
     std::uint64_t unusedBytes = 0;
     /// Blocks that a checkpoint needs and the store does not have.
     std::uint64_t missingBlocks = 0;
+    /// What is to be written anew, or was.
+    SRepackPlan repack;
 
     [[nodiscard]] SObjectCount Removed() const;
 };
 
-/// Finds what no checkpoint of the set needs: reads the metadata of all of them, each version once. Blocks that are
-/// missing are told to the sink. Throws exc::CRuntimeExc when a checkpoint or its metadata cannot be read, or when the
-/// set has no checkpoint: what it needs is then not known.
+/// Finds what no checkpoint of the set needs, and what of what is kept is worth writing anew: reads the metadata of all
+/// checkpoints, each version once. Blocks that are missing are told to the sink. Throws exc::CRuntimeExc when a
+/// checkpoint or its metadata cannot be read, or when the set has no checkpoint: what it needs is then not known.
 [[nodiscard]] SPrunePlan PlanPrune(CSetUpkeep& upkeep, const SPruneOptions& options, const trouble_sink_t& onTrouble);
 
 /// Deletes what the plan says. Nothing refers to it, so that a failure at any point harms no checkpoint, and the next
-/// prune finishes. Throws exc::CRuntimeExc when checkpoints were made or deleted since the plan.
+/// prune finishes. Blocks are not written anew. Throws exc::CRuntimeExc when checkpoints were made or deleted since the
+/// plan.
 void ExecutePrune(CSetUpkeep& upkeep, const SPrunePlan& plan, const SPruneOptions& options);
+
+/// A whole prune. Where blocks are to be written anew that comes first; then all is read again, from the store as it is
+/// then, before anything is deleted. Returns what went.
+SPrunePlan RunPrune(CSetUpkeep& upkeep, const SPruneOptions& options, const trouble_sink_t& onTrouble);
 
 }  // namespace agent

@@ -9,10 +9,20 @@
 
 namespace agent {
 
+namespace {
+
+constexpr unsigned runBits = 24;
+
+}  // namespace
+
 std::uint64_t MakeMetaVersion(std::uint64_t checkpoint) {
-    constexpr unsigned runBits = 24;
     std::random_device random;
     return (checkpoint << runBits) | (random() & ((1U << runBits) - 1));
+}
+
+std::uint64_t MakeMetaVersionBeside(std::uint64_t version) {
+    const std::uint64_t made = MakeMetaVersion(version >> runBits);
+    return made == 0 ? 1 : made;  // none has 0
 }
 
 std::string LocalMetaPath(const std::string& setFolder, const guid::guid_t& storageId) {

@@ -12,6 +12,8 @@ namespace agent {
 /// checkpoint's: two machines with the same client id (one was cloned from the other) that make the same checkpoint
 /// never write the same objects.
 [[nodiscard]] std::uint64_t MakeMetaVersion(std::uint64_t checkpoint);
+/// Another version of the same checkpoint, for what is written anew of it.
+[[nodiscard]] std::uint64_t MakeMetaVersionBeside(std::uint64_t version);
 
 /// Where this machine keeps its copy of a storage's metadata.
 [[nodiscard]] std::string LocalMetaPath(const std::string& setFolder, const guid::guid_t& storageId);

@@ -123,7 +123,7 @@ SSetDocument SSetDocument::FromText(const std::string& text) {
         const json value = json::parse(text);
         const int version = value.at("version").get<int>();
         if (version != formatVersion) {
-            throw exc::CRuntimeExc("format version %1 is not known to this program", version);
+            throw CForeignDocumentExc("format version %1 is not known to this program", version);
         }
         SSetDocument document;
         document.host = UnescapePath(value.at("host").get<std::string>());
@@ -156,14 +156,19 @@ std::string ContextOf(const SDocumentPlace& place) {
 data_key_ptr KeyOf(const json& value, const CKeyRing& keys) {
     if (!value.contains("sealed")) {
         if (!keys.IsEmpty()) {
-            throw exc::CRuntimeExc("it is not encrypted, as all that this client stores is: somebody else wrote it");
+            throw CForeignDocumentExc("it is not encrypted, as all that this client stores is: somebody else wrote it");
         }
         return nullptr;
     }
     if (value.at("version").get<int>() != sealedVersion) {
-        throw exc::CRuntimeExc("format version %1 is not known to this program", value.at("version").get<int>());
+        throw CForeignDocumentExc("format version %1 is not known to this program", value.at("version").get<int>());
     }
-    return keys.FindExc(crypto::SRawKeySetId::FromStr(value.at("key").get<std::string>()));
+    const auto id = crypto::SRawKeySetId::FromStr(value.at("key").get<std::string>());
+    try {
+        return keys.FindExc(id);
+    } catch (const exc::CRuntimeExc& failure) {
+        throw CForeignDocumentExc("%1", failure.GetMessage());
+    }
 }
 
 }  // namespace

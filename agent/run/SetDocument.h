@@ -8,6 +8,7 @@
 
 #include "agent/keys/KeyRing.h"
 #include "agent/model/Entry.h"
+#include "common/exc.h"
 #include "common/guid.h"
 
 namespace agent {
@@ -79,6 +80,13 @@ struct SSetDocument {
     [[nodiscard]] static SSetDocument FromText(const std::string& text);
 
     bool operator==(const SSetDocument&) const = default;
+};
+
+/// A document that may be whole, but is not for this program with these keys: of a later format, sealed with a key that
+/// is not on the ring, or not sealed where all are.
+class CForeignDocumentExc : public exc::CRuntimeExc {
+public:
+    using CRuntimeExc::CRuntimeExc;
 };
 
 /// Where a document belongs: elsewhere it is not what was sealed.

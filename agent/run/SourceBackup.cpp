@@ -171,7 +171,7 @@ void CSourceBackup::VisitFile(const SSourceItem& item, const std::optional<SEntr
 }
 
 void CSourceBackup::FillFile(const SSourceItem& item, const std::optional<SEntry>& known, SEntry& entry) {
-    auto moved = known || params_.force ? std::nullopt : index_.FindMoved(entry);
+    auto moved = known || params_.force ? std::nullopt : index_.FindMoved(entry, params_.signs.ignoreCtime);
     if (!moved) {
         ReadFile(item, entry);
         return;

@@ -1,14 +1,20 @@
 #!/usr/bin/env python3
-"""Reads a storage's metadata file as metadata-file.md describes it. Needs the program zstd.
+"""Reads a storage's metadata file as metadata-file.md describes it. Needs the program zstd, and
+sealed.py for what is encrypted.
 
-    read_metadata.py FILE                 lists the entries
-    read_metadata.py FILE PATH BLOCKS     writes a file's content to standard output
+    read_metadata.py [--keys KEYS] FILE                 lists the entries
+    read_metadata.py [--keys KEYS] FILE PATH BLOCKS     writes a file's content to standard output
+
+KEYS is a file of keys, as "sealed.py keys" prints it, or one of recovery keys.
 """
 import bisect
 import hashlib
 import os
 import subprocess
 import sys
+
+sealed = None  # loaded when there are keys: nothing else needs more than Python's own library
+NO_KEY = bytes(16)
 
 
 def check(condition, message):
@@ -104,7 +110,7 @@ def read_bank(plain, blocks, chunks, entries):
             sys.exit("record kind is not known")
 
 
-def read_file(path):
+def read_file(path, keys):
     with open(path, "rb") as file:
         data = file.read()
     check(data[:8] == b"CBMETA\r\n", "not a metadata file")
@@ -112,7 +118,10 @@ def read_file(path):
     header = Cursor(data)
     header.at = 8
     check(header.fixed(4) == 1 and header.fixed(4) == 8192, "not this format")
-    check(header.fixed(4) == 0 and header.fixed(4) == 0, "encrypted, or newer")
+    check(header.fixed(4) == 0, "newer")
+    encryption, key_id, storage = header.fixed(4), header.bytes(16), header.bytes(16)
+    check(encryption == (0 if key_id == NO_KEY else 1), "encryption is not known")
+    check(sealed or encryption == 0, "encrypted: its keys are needed")
     header.at = 112
     blocks, chunks, entries = [], [], {}
     for bank in range(header.fixed(4)):
@@ -121,18 +130,23 @@ def read_file(path):
         header.at += 7
         stored = data[offset:offset + stored_size]
         check(hashlib.sha256(stored).digest() == header.bytes(32), "a bank is damaged")
+        if encryption == 1:
+            stored = sealed.open_bank(sealed.find_key(keys, key_id.hex()), storage, offset, stored)
         plain = unstore(codec, stored)
         check(len(plain) == plain_size, "a bank has another size")
         read_bank(plain, blocks, chunks, entries)
     return blocks, chunks, entries
 
 
-def read_chunk(chunk, blocks, folder):
+def read_chunk(chunk, blocks, folder, keys):
     stream, plain_size, block, offset, stored_size, codec, sha256 = chunk
-    name = blocks[block][0]
+    name, key_id = blocks[block][:2]
     with open(os.path.join(folder, name[:2], name), "rb") as file:
         file.seek(offset)
-        plain = unstore(codec, file.read(stored_size))
+        stored = file.read(stored_size)
+    if key_id != NO_KEY:
+        stored = sealed.open_chunk(sealed.find_key(keys, key_id.hex()), sha256, stored, name)
+    plain = unstore(codec, stored)
     check(hashlib.sha256(plain).digest() == sha256, f"a chunk is damaged, in block {name}")
     return plain
 
@@ -142,7 +156,7 @@ def write_zeros(size, out):
         out.write(bytes(min(1 << 20, size - begin)))
 
 
-def write_content(entry, blocks, chunks, folder, out):
+def write_content(entry, blocks, chunks, folder, keys, out):
     starts = [chunk[0] for chunk in chunks]
     written = 0
     for file_offset, stream_offset, length in entry["segments"]:
@@ -152,7 +166,7 @@ def write_content(entry, blocks, chunks, folder, out):
         while stream < end:
             begin, size = chunks[at][:2]
             check(begin <= stream < begin + size, "a segment has no chunk")
-            plain = read_chunk(chunks[at], blocks, folder)[stream - begin:end - begin]
+            plain = read_chunk(chunks[at], blocks, folder, keys)[stream - begin:end - begin]
             out.write(plain)
             stream += len(plain)
             at += 1
@@ -169,7 +183,12 @@ def list_entries(entries):
 
 
 def main(arguments):
-    blocks, chunks, entries = read_file(arguments[0])
+    keys = {}
+    if arguments[0] == "--keys":
+        global sealed
+        import sealed
+        keys, arguments = sealed.load_keys(arguments[1]), arguments[2:]
+    blocks, chunks, entries = read_file(arguments[0], keys)
     chunks.sort()
     if len(arguments) == 1:
         sys.stdout.reconfigure(errors="surrogateescape")
@@ -181,9 +200,9 @@ def main(arguments):
     if entry["type"] == 4:
         entry = entries[entry["target"]]
     check(entry["type"] == 2, "not a file")
-    write_content(entry, blocks, chunks, arguments[2], sys.stdout.buffer)
+    write_content(entry, blocks, chunks, arguments[2], keys, sys.stdout.buffer)
 
 
 if __name__ == "__main__":
-    check(len(sys.argv) in (2, 4), __doc__)
+    check(len(sys.argv) in ((2, 4) if sys.argv[1:2] != ["--keys"] else (4, 6)), __doc__)
     main(sys.argv[1:])

@@ -131,11 +131,36 @@ TEST_F(BackupRestore, EveryCheckpointKeepsItsState) {
     EXPECT_EQ(DescribeTree(Restore(3)), DescribeTree(Source()));
 }
 
-TEST_F(BackupRestore, AMovedFileIsNotReadAgain) {
+TEST_F(BackupRestore, WhatIsInAMovedFolderIsNotReadAgain) {
+    MakeFolder("folder");
+    WriteFile("folder/name", RandomBytes(3'000'000, 1));
+    Backup();
+    fs::rename(Source("folder"), Source("other name"));
+    EXPECT_EQ(Statistics(Backup()).filesRead, 0U);
+    EXPECT_EQ(DescribeTree(Restore(2)), DescribeTree(Source()));
+}
+
+TEST_F(BackupRestore, ARenamedFileIsReadAndStoredOnce) {
     WriteFile("name", RandomBytes(3'000'000, 1));
     Backup();
     fs::rename(Source("name"), Source("other name"));
-    EXPECT_EQ(Statistics(Backup()).filesRead, 0U);
+    const auto s = Statistics(Backup());
+    EXPECT_EQ(s.filesRead, 1U);
+    EXPECT_EQ(s.newBytes, 0U);
+    EXPECT_EQ(DescribeTree(Restore(2)), DescribeTree(Source()));
+}
+
+TEST_F(BackupRestore, ARenamedFileThatWasEditedAndKeptItsTimeIsRead) {
+    WriteFile("name", RandomBytes(1000, 1));
+    Backup();
+    const auto time = fs::last_write_time(Source("name"));
+    {
+        auto file = posix::posix_file_t::OpenOrCreate4Write(Source("name"), false, 0);
+        file.WriteAt(500, std::string_view("edited"));
+    }
+    fs::last_write_time(Source("name"), time);
+    fs::rename(Source("name"), Source("other name"));
+    Backup();
     EXPECT_EQ(DescribeTree(Restore(2)), DescribeTree(Source()));
 }
 

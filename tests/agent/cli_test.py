@@ -2,6 +2,7 @@
 """The program as a user meets it: what it prints, and how it ends."""
 import json
 import os
+import re
 import shutil
 
 from agent import AgentCase, describe, fill, main
@@ -67,13 +68,67 @@ class Cli(AgentCase):
         self.assertIn("Repository already exists and is valid", err)
 
     def test_wrong_use(self):
-        for arguments in ([], ["nonsense"], ["restore", "1"], ["ls", "first"], ["init", "--no-such-option"]):
+        for arguments in (["nonsense"], ["restore", "1"], ["ls", "first"], ["init", "--no-such-option"]):
             out, err = self.run_agent(*arguments, expect=2)
             self.assertEqual(out, "")
-            self.assertRegex(err, r"^cloudbackup: .* \(see 'cloudbackup --help'\)\n$")
+            command = "" if arguments[0] == "nonsense" else arguments[0] + " "
+            self.assertRegex(err, rf"^cloudbackup: .* \(see 'cloudbackup {command}--help'\)\n$")
         self.expect_failure(2, "Say what to back up: paths, --files-from, --stdin or --stdin-command", "backup")
         del self.environment["CLOUDBACKUP_REPO"]
         self.expect_failure(2, "--repo (or CLOUDBACKUP_REPO) is required (see 'cloudbackup --help')", "init")
+
+    def test_no_command_gives_the_list_of_commands(self):
+        out, err = self.run_agent(expect=2)
+        self.assertEqual(out, "")
+        self.assertTrue(err.startswith("cloudbackup: no command was given\nUsage: cloudbackup [OPTIONS] COMMAND\n"))
+        self.assertIn("\n  backup   ", err)
+        self.assertNotIn("\n  --repo", err)
+        _, err = self.run_agent("key", expect=2)
+        self.assertIn("\n  rotate   ", err)
+
+    def test_words_in_brackets_are_taken_as_they_are(self):
+        self.run_agent("init")
+        for name in ("[x]", "x", "a", "[a,b]"):
+            (self.source / name).mkdir()
+            (self.source / name / "file").write_text(name)
+        place = os.getcwd()
+        os.chdir(self.source)
+        try:
+            self.run_agent("backup", "[x]", "[a,b]")
+        finally:
+            os.chdir(place)
+        out, _ = self.run_agent("--json", "checkpoints")
+        self.assertEqual({root["path"] for root in json.loads(out)["roots"]},
+                         {f"{self.source}/[x]", f"{self.source}/[a,b]"})
+        self.run_agent("--set", "two", "backup", self.source, "--exclude", "[x]")
+        out, _ = self.run_agent("--set", "two", "ls", "latest", "--names-only")
+        self.assertEqual(set(out.splitlines()) & {f"{self.source}/x", f"{self.source}/[x]"}, {f"{self.source}/[x]"})
+        out, _ = self.run_agent("--set", "two", "--json", "find", "[ab]")
+        self.assertEqual({json.loads(line)["path"] for line in out.splitlines()}, {f"{self.source}/a"})
+
+    def test_help_has_no_leftovers_of_the_library(self):
+        out, _ = self.run_agent("--help")
+        self.assertIn("--progress auto|always|never\n", out)
+        commands = re.findall(r"(?m)^  ([a-z-]+)  ", out[out.index("Commands:"):])
+        self.assertIn("check-client", commands)
+        for command in [[]] + [[command] for command in commands]:
+            out, _ = self.run_agent(*command, "--help")
+            for leftover in ("->", "INT in", "TEXT ...", "REQUIRED", "Env:", "POSITIVE", " UINT", "(=1024b)", "Excludes"):
+                self.assertNotIn(leftover, out, command)
+            self.assertLess(max(map(len, out.splitlines())), 125, command)
+
+    def test_threads(self):
+        self.run_agent("init")
+        fill(self.source, 3, files=20)
+        for threads in ("1", "3", "0"):
+            self.run_agent("--threads", threads, "backup", "--force", self.source)
+            target = self.place / f"threads{threads}"
+            self.run_agent("restore", "latest", "--threads", threads, "--target", target)
+            self.assertEqual(describe(f"{target}{self.source}"), describe(self.source))
+        self.environment["CLOUDBACKUP_THREADS"] = "2"
+        self.run_agent("check", "--read-data")
+        self.expect_failure(2, "--threads: Value 999 not in range 0 to 256 (see 'cloudbackup check --help')", "check",
+                            "--threads", "999")
 
     def test_help_names_every_command(self):
         out, _ = self.run_agent("--help")
@@ -89,7 +144,7 @@ class Cli(AgentCase):
         for block in (self.place / "repository").rglob("BlockStore/*/*/*"):
             block.write_bytes(b"")
         out, err = self.run_agent("restore", "1", "--target", self.place / "restored", expect=3)
-        self.assertIn("1 file,", out)
+        self.assertIn("1 file (", out)
         self.assertRegex(err, rf"^cloudbackup: {self.place}/restored{self.source}/file: ")
 
     def test_a_lost_repository_object_names_it(self):

@@ -76,7 +76,7 @@ class Restore(AgentCase):
     def test_wrong_use_is_told(self):
         self.some_tree()
         for arguments, text in (
-            (["1"], "Say where to restore to: --target DIR, or --in-place (see 'cloudbackup --help')"),
+            (["1"], "Say where to restore to: --target DIR, or --in-place (see 'cloudbackup restore --help')"),
             (["1:/a", "--in-place"], "CHECKPOINT:FOLDER needs a --target; in place a folder is named as a PATH"),
             (["1", "--target", self.place / "t", "--delete"],
              "--delete needs --yes where nobody can be asked (--dry-run shows what would go)"),

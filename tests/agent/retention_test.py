@@ -195,6 +195,51 @@ class Retention(AgentCase):
         self.run_agent("forget", "--keep-last", 1, "--prune")
         self.check_restores([3])
 
+    def test_a_backup_is_kept_for_the_long_term_from_the_beginning(self):
+        self.run_agent("init")
+        self.backup(1, "--long-term")
+        self.backup(2)
+        fill(self.source, 3, files=30)
+        out, _ = self.run_agent("backup", "--long-term", self.source)
+        self.states[3] = describe(self.source)
+        self.assertEqual(out.splitlines()[0], "Checkpoint 3 of set 'default', kept for the long term")
+        self.backup(4)
+        self.assertEqual([event["longTerm"] for event in self.events("checkpoints")], [True, False, True, False])
+        out, _ = self.run_agent("checkpoints")
+        self.assertEqual([line.endswith("  [long-term]") for line in out.splitlines()[1:]], [True, False, True, False])
+        events = self.events("forget", "--keep-last", 1, "--prune")
+        self.assertEqual([e["reasons"] for e in events[:4]], [["last"], ["long-term"], [], ["long-term"]])
+        self.check_restores([1, 3, 4])
+        for document in self.objects("/Metadata/Checkpoint/"):
+            if document.name == "1":
+                document.unlink()  # the copy stands in
+        self.check_restores([1, 3, 4])
+
+    def test_prune_frees_what_only_a_dropped_root_needs(self):
+        other = self.place / "other"
+        other.mkdir()
+        fill(other, 50, files=30)
+        self.run_agent("init")
+        self.backup(1, other)
+        storages = {path.parents[1] for path in self.objects("/BlockStore/")}
+        self.assertEqual(len(storages), 2)
+        self.backup(2, "--drop-root", other)
+        self.run_agent("prune")
+        self.assertEqual({path.parents[1] for path in self.objects("/BlockStore/")}, storages)
+        root = str(self.place / "other")
+        self.assertEqual(describe(self.restore(1)[:-len(str(self.source))] + root), describe(other))
+        self.run_agent("forget", 1, "--prune")
+        left = {path.parents[1] for path in self.objects("/BlockStore/")}
+        self.assertEqual(len(left), 1)
+        kept = left.pop().name
+        self.assertTrue(all(path.name.startswith(kept) or path.parent.name.startswith(kept) or
+                            path.parent.name.startswith("Checkpoint") for path in self.objects("/Metadata/")))
+        self.check_restores([2])
+        self.backup(3, other)  # back again
+        self.check_restores([2, 3])
+        self.assertEqual(describe(self.restore(3)[:-len(str(self.source))] + root), describe(other))
+        self.run_agent("check", "--read-data")
+
     def test_long_term_copy_stands_in(self):
         self.make(2)
         self.run_agent("keep", 1)
@@ -258,6 +303,107 @@ class Retention(AgentCase):
         done = self.events("prune")[-1]
         self.assertEqual(len(self.objects("/BlockStore/")), done["blocksKept"]["objects"])
         self.assertEqual(done["metadataRemoved"]["objects"], 0)
+
+    def make_waste(self, seed=0):
+        """Checkpoint 2 needs a third of what checkpoint 1 has stored; checkpoint 1 is forgotten."""
+        generator = random.Random(seed)
+        self.run_agent("init")
+        for name in "abcdef":
+            (self.source / name).write_bytes(generator.randbytes(400_000))
+        self.save()
+        for name in "abcd":
+            (self.source / name).unlink()
+        (self.source / "g").write_bytes(b"new")
+        self.save()
+        self.run_agent("forget", 1)
+        del self.states[1]
+
+    def save(self):
+        out, _ = self.run_agent("--json", "backup", self.source)
+        checkpoint = [event["id"] for event in map(json.loads, out.splitlines()) if event["event"] == "checkpoint"][-1]
+        self.states[checkpoint] = describe(self.source)
+
+    def test_waste_in_blocks_is_freed(self):
+        self.make_waste()
+        stored = sum(path.stat().st_size for path in self.objects("/BlockStore/"))
+        for limit in ("unlimited", "2M", "95%"):
+            none = self.events("prune", "--dry-run", "--max-unused", limit)[-1]["repacked"]
+            self.assertEqual(none, {"blocks": 0, "bytesMoved": 0, "bytesFreed": 0, "metadata": 0, "checkpoints": 0})
+        dry = self.events("prune", "--dry-run")[-1]
+        self.assertEqual((dry["repacked"]["blocks"], dry["repacked"]["checkpoints"]), (1, 1))
+        self.assertGreater(dry["repacked"]["bytesFreed"], 1_000_000)
+        self.assertEqual(sum(path.stat().st_size for path in self.objects("/BlockStore/")), stored)
+        out, _ = self.run_agent("prune", "--dry-run")
+        self.assertRegex(out, r"written anew: would read and write .* of 1 block, which would free .*; metadata of 1 "
+                              r"checkpoint\n")
+        done = self.events("prune")[-1]
+        self.assertEqual(done["repacked"], dry["repacked"])
+        self.assertEqual(done["unusedBytes"], dry["unusedBytes"] - dry["repacked"]["bytesFreed"])
+        self.assertEqual(sum(path.stat().st_size for path in self.objects("/BlockStore/")),
+                         stored - dry["repacked"]["bytesFreed"])
+        self.check_restores([2])
+        self.assertEqual(self.events("prune")[-1]["repacked"]["blocks"], 0)
+        (self.source / "h").write_bytes(b"newer")
+        self.save()
+        self.check_restores([2, 3])
+        self.run_agent("check", "--read-data")
+
+    def test_waste_after_the_key_was_changed(self):
+        self.make_waste()
+        self.run_agent("key", "rotate")
+        generator = random.Random(5)
+        for name in "hijk":
+            (self.source / name).write_bytes(generator.randbytes(400_000))
+        self.save()
+        for name in "hij":
+            (self.source / name).unlink()
+        self.save()
+        self.run_agent("forget", 3)
+        done = self.events("prune", "--max-unused", 0)[-1]
+        self.assertEqual((done["repacked"]["blocks"], done["repacked"]["checkpoints"]), (2, 2))
+        self.assertEqual((done["unusedBytes"], done["missingBlocks"]), (0, 0))
+        self.check_restores([2, 4])
+        self.run_agent("check", "--read-data")
+        self.environment["CLOUDBACKUP_STATE_DIR"] = str(self.place / "state2")
+        self.check_restores([2, 4])
+
+    def test_wrong_limits(self):
+        for limit in ("much", "101%", "-5", "5X"):
+            _, error = self.run_agent("prune", f"--max-unused={limit}", expect=2)
+            self.assertIn(f"'{limit}' is no limit such as 10%, 500M or 'unlimited'", error)
+
+    def test_killed_while_blocks_are_written_anew(self):
+        seed = int(os.environ.get("SEED", random.SystemRandom().randrange(2**32)))
+        print(f"seed {seed} (set SEED to repeat)")
+        generator = random.Random(seed)
+        self.make_waste(seed)
+        self.run_agent("keep", 2)
+        begin = time.monotonic()
+        self.run_agent("prune", "--max-unused", 0)
+        whole = time.monotonic() - begin
+        for _ in range(8):
+            for number in range(4):
+                (self.source / f"x{number}").write_bytes(generator.randbytes(300_000))
+            self.save()
+            for number in range(3):
+                (self.source / f"x{number}").unlink()
+            self.save()
+            last = max(self.states)
+            self.run_agent("forget", last - 1)
+            del self.states[last - 1]
+            process = subprocess.Popen(self.command("prune", "--max-unused", 0), env=self.environment,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            try:
+                process.wait(timeout=generator.uniform(0, 1.2 * whole))
+            except subprocess.TimeoutExpired:
+                process.send_signal(signal.SIGKILL)
+                process.wait()
+            for checkpoint in sorted({2, last}):
+                self.assertEqual(describe(self.restore(checkpoint)), self.states[checkpoint], f"checkpoint {checkpoint}")
+        done = self.events("prune", "--max-unused", 0)[-1]
+        self.assertEqual((done["unusedBytes"], done["missingBlocks"]), (0, 0))
+        self.check_restores(sorted(self.states))
+        self.assertEqual(len(self.objects("/BlockStore/")), done["blocksKept"]["objects"])
 
 
 if __name__ == "__main__":

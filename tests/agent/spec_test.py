@@ -183,7 +183,7 @@ class Refusals(SpecCase):
         self.refuse("Connection string: setting 2 is not written 'Name=Value'", *AZURE)
 
     def test_options_that_do_not_fit(self):
-        see = " (see 'cloudbackup --help')"
+        see = " (see 'cloudbackup spec write --help')"
         self.refuse("The kind of store is missing: --s3 ENDPOINT or --azure")
         self.refuse("--s3 requires --bucket" + see, "--s3", "https://h")
         self.refuse("--azure requires --container" + see, "--azure")
@@ -199,7 +199,7 @@ class Refusals(SpecCase):
         self.spec("spec", "show", expect=2)
 
     def test_addresses_hold_no_secrets(self):
-        see = " (see 'cloudbackup --help')"
+        see = " (see 'cloudbackup spec write --help')"
         for option in ("--s3", "--proxy"):
             options = ("--bucket", "b") if option == "--s3" else (*S3, "--role", "r")
             self.refuse(f"{option}: an endpoint is a host and perhaps a port, nothing else{see}", *options, option,
@@ -211,7 +211,7 @@ class Refusals(SpecCase):
         for option in ("--secret-key", "--secret-access-key", "--session-token", "--proxy-password",
                        "--connection-string"):
             _, error = self.write(*S3, f"{option}=x", expect=2)
-            self.assertIn("not expected", error)
+            self.assertIn(f"'{option}' is no option of 'cloudbackup spec write'", error)
 
 
 class Asked(SpecCase):

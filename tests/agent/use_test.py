@@ -2,7 +2,7 @@
 """How the program is used: progress, interruption, options in file and environment, completion, manual page."""
 import json
 import os
-import shutil
+import re
 import signal
 import subprocess
 import time
@@ -60,8 +60,10 @@ class Use(AgentCase):
 
     def test_every_global_option_has_its_variable(self):
         out, _ = self.run_agent("--help")
-        options = out[out.index("Options:"):out.index("ommands:")]
-        for block in options.split("\n  -")[1:]:
+        options = out[out.index("\nOptions:"):out.index("\nExit codes")]
+        blocks = options.split("\n  -")[1:]
+        self.assertGreater(len(blocks), 15)
+        for block in blocks:
             name = next(word for word in block.replace(",", " ").split() if word.startswith("-")).lstrip("-")
             if name not in ("help", "version"):
                 self.assertIn("CLOUDBACKUP_" + name.upper().replace("-", "_"), block)
@@ -138,28 +140,38 @@ _cloudbackup; printf '%s\\n' "${{COMPREPLY[@]}}" """
         self.assertEqual(self.complete("cloudbackup", "backup", str(self.source / "some f")),
                          f"{self.source}/some file".split())
 
+    def test_fish_and_zsh_complete(self):
+        script, _ = self.run_agent("completion", "fish")
+        run = script + "\ncomplete -C 'cloudbackup resto'; complete -C 'cloudbackup restore --over'"
+        done = subprocess.run(["fish", "--no-config", "-c", run], capture_output=True, text=True, check=True,
+                              env=dict(self.environment, HOME=str(self.place)))
+        self.assertEqual([line.split("\t")[0] for line in done.stdout.splitlines()], ["restore", "--overwrite"])
+        script, _ = self.run_agent("completion", "zsh")
+        run = ("compdef() { echo known $@ }; compadd() { shift; print -l -- $@ }; _files() { :; }\n" + script +
+               "words=(cloudbackup restore -); CURRENT=3; _cloudbackup")
+        done = subprocess.run(["zsh", "-f", "-c", run], capture_output=True, text=True, check=True)
+        lines = done.stdout.splitlines()
+        self.assertEqual(lines[0], "known _cloudbackup cloudbackup")
+        self.assertIn("--overwrite", lines)
+
     def test_scripts_name_every_command(self):
         out, _ = self.run_agent("--help")
-        commands = [line.split()[0] for line in out[out.index("ommands:"):].splitlines()[1:]
-                    if line.startswith("  ") and not line.startswith("   ")]
+        commands = re.findall(r"(?m)^  ([a-z-]+)  ", out[out.index("Commands:"):out.index("Options:")])
         self.assertIn("restore", commands)
         for shell in ("bash", "zsh", "fish"):
             script, _ = self.run_agent("completion", shell)
             for command in commands:
                 self.assertRegex(script, rf"(?<![a-z-]){command}(?![a-z-])")
-            if shutil.which(shell):
-                subprocess.run([shell, "-n"], input=script, text=True, check=True)
+            subprocess.run([shell, "-n"], input=script, text=True, check=True)
 
     def test_the_manual_page(self):
         page, _ = self.run_agent("manual")
         self.assertIn(".SH NAME\ncloudbackup \\- ", page)
-        if not shutil.which("groff"):
-            return
         done = subprocess.run(["groff", "-man", "-Tutf8", "-ww"], input=page, capture_output=True, text=True, check=True)
         self.assertEqual(done.stderr, "")
-        for text in ("restore CHECKPOINT", "CLOUDBACKUP_REPO", "EXIT STATUS"):
-            self.assertIn(text, subprocess.run(["col", "-bx"], input=done.stdout, capture_output=True, text=True,
-                                               check=False).stdout.replace("‐", "-") or done.stdout)
+        shown = subprocess.run(["col", "-bx"], input=done.stdout, capture_output=True, text=True, check=True).stdout
+        for text in ("restore CHECKPOINT", "CLOUDBACKUP_REPO", "EXIT STATUS", "auto|always|never", "config.toml"):
+            self.assertIn(text, shown.replace("‐", "-"))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """The agent's golden repository: restored, gone on with, and damaged."""
+import hashlib
 import json
 import os
 import pathlib
@@ -15,6 +16,7 @@ import golden_tree  # noqa: E402: found by the line above
 from agent import AgentCase, describe, fill, main  # noqa: E402
 
 GOLDEN = ROOT / "tests/data/golden/agent"
+SEALED = ROOT / "tests/data/golden/agent_sealed"
 CLIENT = (GOLDEN / "client-id").read_text().strip()
 STORAGE = "3d6d6853-8a53-875c-9db8-2c54d6bb770c"
 BUCKET_PATH = f"/Draxo/Backup/cloudbackup/Clients/{CLIENT}"
@@ -33,6 +35,7 @@ def keeps_attributes(folder):
 
 class AgentGolden(AgentCase):
     maxDiff = None
+    golden = GOLDEN
 
     def setUp(self):
         super().setUp()
@@ -54,7 +57,7 @@ class AgentGolden(AgentCase):
         return entries
 
     def expect_golden(self, checkpoint, restored, root="/srv/golden"):
-        kept = (GOLDEN / f"checkpoint-{checkpoint}").read_text().splitlines()
+        kept = (self.golden / f"checkpoint-{checkpoint}").read_text().splitlines()
         self.assertEqual(self.comparable(golden_tree.describe(restored + root)), self.comparable(kept))
 
     def restore(self, checkpoint):
@@ -154,6 +157,143 @@ class AgentGolden(AgentCase):
         self.expect_refused("Failed to load checkpoint '2' for cloud backup 'default': Invalid XML document: cut off at ",
                             "byte 500, in attribute 'InlineContent' of node 'Dxr'")
         self.expect_golden(1, self.restore(1))
+
+
+class SealedGolden(AgentCase):
+    """The encrypted one; what a store can do to it is noticed and named."""
+    expect_golden = AgentGolden.expect_golden
+    comparable = AgentGolden.comparable
+    restore = AgentGolden.restore
+    golden = SEALED
+    noticed = "it is not what was sealed with this key"
+
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(SEALED / "repository", self.place / "repository")
+        self.client = self.place / "repository/Draxo/Backup/cloudbackup/Clients" / (SEALED / "client-id").read_text().strip()
+        self.set = self.client / "default"
+        self.environment["CLOUDBACKUP_PASSWORD"] = (SEALED / "password").read_text().strip()
+
+    def be_the_golden_client(self):
+        (self.place / "state").mkdir(mode=0o700)
+        shutil.copy(SEALED / "client-id", self.place / "state/client-id")
+
+    def expect_all(self):
+        for checkpoint in (1, 2, 3):
+            self.expect_golden(checkpoint, self.restore(checkpoint))
+
+    def document(self, number):
+        return self.set / "Metadata/Checkpoint" / str(number)
+
+    def blocks(self):
+        return sorted(self.set.glob("BlockStore/*/*/*"))
+
+    def failure(self, checkpoint, code=1):
+        target = tempfile.mkdtemp(dir=self.place)
+        return self.run_agent("-v", "restore", checkpoint, "--target", target, expect=code)[1]
+
+    def test_every_checkpoint_is_restored_by_any_machine(self):
+        self.expect_all()
+        out, _ = self.run_agent("key", "list")
+        self.assertEqual(out, "This client does not encrypt\n")  # not this machine's own
+        self.run_agent("check", "--read-data")
+
+    def test_every_checkpoint_is_restored_with_recovery_keys_alone(self):
+        for record in self.client.glob("Config/ClientKey*.xml"):
+            record.unlink()
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        self.environment["CLOUDBACKUP_RECOVERY_FILE"] = str(SEALED / "recovery-keys")
+        self.expect_all()
+
+    def test_the_first_password_opens_nothing(self):
+        self.environment["CLOUDBACKUP_PASSWORD"] = "the first password"
+        self.assertIn("The password is wrong: it does not give key ", self.failure(1))
+
+    def test_its_own_machine_goes_on(self):
+        self.be_the_golden_client()
+        out, _ = self.run_agent("key", "list")
+        self.assertEqual([line.split("  ")[1] for line in out.splitlines()], ["in use", "former", "former"])
+        fill(self.source, 1, files=10)
+        out, _ = self.run_agent("backup", self.source)
+        self.assertIn("Checkpoint 4 of set 'default'", out)
+        self.run_agent("key", "rotate")
+        restored = self.restore("latest")
+        self.expect_golden(3, restored)
+        self.assertEqual(describe(restored + str(self.source)), describe(self.source))
+        self.expect_all()
+        self.run_agent("forget", "1", "2")
+        self.run_agent("prune")
+        self.expect_golden(3, self.restore(3))
+
+    def test_swapped_blocks_are_noticed_and_named(self):
+        blocks = self.blocks()
+        self.assertGreaterEqual(len(blocks), 3)
+        contents = [path.read_bytes() for path in blocks]
+        for path, content in zip(blocks, contents[1:] + contents[:1]):
+            size = path.stat().st_size
+            path.write_bytes(content.ljust(size, b"\0")[:size])
+        for checkpoint in (1, 2, 3):
+            err = self.failure(checkpoint, code=3)
+            self.assertIn(self.noticed, err)
+            self.assertTrue(any(path.name in err for path in blocks), err)
+        out, _ = self.run_agent("--json", "check", "--read-data", expect=1)
+        for path in blocks:
+            self.assertIn(path.name, out)
+
+    def test_a_truncated_block_is_noticed_and_named(self):
+        block = self.blocks()[0]
+        block.write_bytes(block.read_bytes()[:-1])
+        out, _ = self.run_agent("--json", "check", expect=1)
+        self.assertIn(block.name, out)
+
+    def test_a_replayed_older_document_is_noticed(self):
+        newest = self.document(3).read_text()
+        self.document(3).write_text(self.document(2).read_text().replace('Id="2"', 'Id="3"'))
+        err = self.failure(3)
+        self.assertIn("The document of checkpoint 3 cannot be read: " + self.noticed, err)
+        self.assertIn(self.noticed, self.failure("latest"))
+        self.document(3).write_text(newest)
+        self.expect_all()
+
+    def test_a_document_of_another_set_or_client_is_noticed(self):
+        shutil.copytree(self.set, self.client / "other")
+        _, err = self.run_agent("--set", "other", "ls", 3, expect=1)
+        self.assertIn(self.noticed, err)
+        other = self.client.parent / "c1000000-0000-4000-8000-0000000000a8"
+        shutil.copytree(self.client, other)
+        info = other / "Config/ClientInfo.xml"
+        info.write_text(info.read_text().replace(self.client.name, other.name))
+        _, err = self.run_agent("--client", other.name, "ls", 3, expect=1)
+        self.assertIn(self.noticed, err)
+
+    def test_older_metadata_under_a_newer_document_is_noticed(self):
+        """All of it authentic, put together by the store: the header's digest in the document tells."""
+        def stored(number):
+            return re.search(r" *<Stg .*</Stg>", self.document(number).read_text(), re.DOTALL)[0]
+        self.document(3).write_text(self.document(3).read_text().replace(stored(3), stored(2)))
+        self.assertRegex(self.failure(3), r"The metadata of '/srv/golden' \(storage [0-9a-f-]{36}\) in the repository is not the "
+                                          "one that its checkpoint was made with")
+
+    def test_a_replaced_header_is_noticed(self):
+        headers = sorted(path for path in (self.set / "Metadata").iterdir() if path.is_file())
+        self.assertEqual(len(headers), 3)
+        shutil.copy(headers[1], headers[2])
+        self.assertRegex(self.failure(3), r"Cannot read metadata file '\S*': |is not the one that its checkpoint was made with")
+
+    def test_a_changed_header_is_noticed(self):
+        """Whoever changes a header can make its own digest fit; the document's does not."""
+        header = sorted(path for path in (self.set / "Metadata").iterdir() if path.is_file())[2]
+        content = bytearray(header.read_bytes())
+        content[72:80] = (int.from_bytes(content[72:80], "little") + 1).to_bytes(8, "little")
+        content[8160:] = hashlib.sha256(content[:8160]).digest()
+        header.write_bytes(content)
+        self.assertIn("is not the one that its checkpoint was made with", self.failure(3))
+
+    def test_without_the_history_former_keys_are_missed_by_name(self):
+        (self.client / "Config/ClientKeyHistory.xml").unlink()
+        self.assertRegex(self.failure(1), "it is encrypted with key [0-9a-f]{32}, which is not among the keys of this client")
+        err = self.failure(3, code=3)  # its metadata has the newest key, most of its blocks have former ones
+        self.assertRegex(err, "it is encrypted with key [0-9a-f]{32}, which is not among the keys of this client")
 
 
 if __name__ == "__main__":

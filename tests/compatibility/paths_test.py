@@ -35,8 +35,8 @@ class Paths(unittest.TestCase):
         patterns = shown_paths()
         self.assertEqual(len(patterns), 10)
         golden = ROOT / "tests/data/golden"
-        repositories = [folder / "repository" if folder.name == "agent" else folder for folder in golden.iterdir()]
-        self.assertEqual(len(repositories), 6)
+        repositories = [folder / "repository" if folder.name.startswith("agent") else folder for folder in golden.iterdir()]
+        self.assertEqual(len(repositories), 7)
         unused = set(patterns)
         for repository in repositories:
             for path in repository.rglob("*"):

@@ -53,6 +53,13 @@ def change(root):
     set_times([root / "letter.txt", root / "random", root / "folder", root], BEGIN + 1000)
 
 
+def change_again(root):
+    """From checkpoint 2 to 3."""
+    root = pathlib.Path(root)
+    (root / "letter.txt").write_text("Dear reader,\nthis file was changed under the last of the keys.\n")
+    set_times([root / "letter.txt", root], BEGIN + 2000)
+
+
 def describe(root):
     """What a restore gives back, one entry a line; two trees are the same when these are."""
     root = os.fsencode(root)

@@ -42,7 +42,7 @@ class PackageTest(unittest.TestCase):
 
     def test_nothing_lies_beside_its_place(self):
         tops = {path.relative_to(self.prefix).parts[0] for path in self.prefix.rglob("*")}
-        self.assertEqual(tops, {"bin", "include", "lib"})
+        self.assertEqual(tops, {"bin", "include", "lib", "share"})
         self.assertEqual([path.name for path in (self.prefix / "include").iterdir()], ["cloudbackup"])
         self.assertEqual([path.name for path in (self.prefix / "bin").iterdir()], ["cloudbackup"])
 
@@ -56,6 +56,19 @@ class PackageTest(unittest.TestCase):
 
     def test_the_installed_agent_runs(self):
         self.assertRegex(run(self.prefix / "bin/cloudbackup", "--version"), r"\d+\.\d+\.\d+")
+
+    def test_the_manual_page_and_the_completions_are_installed(self):
+        share = self.prefix / "share"
+        use = ["bash-completion/completions/cloudbackup", "fish/vendor_completions.d/cloudbackup.fish",
+               "man/man1/cloudbackup.1", "zsh/site-functions/_cloudbackup"]
+        self.assertEqual(sorted(str(path.relative_to(share)) for path in share.rglob("*") if path.is_file()), use)
+        page = subprocess.run(["groff", "-man", "-Tutf8", "-ww", share / use[2]], capture_output=True, text=True, check=True)
+        self.assertEqual(page.stderr, "")
+        self.assertIn("EXIT STATUS", re.sub(".\x08", "", page.stdout))  # bold letters are printed twice
+        words = "COMP_WORDS=(cloudbackup resto); COMP_CWORD=1; _cloudbackup; echo ${COMPREPLY[@]}"
+        self.assertEqual(run("bash", "-c", f"source {share / use[0]}; {words}"), "restore\n")
+        self.assertTrue((share / use[3]).read_text().startswith("#compdef cloudbackup\n"))
+        self.assertIn("complete -c cloudbackup", (share / use[1]).read_text())
 
     def test_every_header_stands_on_installed_headers_alone(self):
         include = self.prefix / "include/cloudbackup"
@@ -125,6 +138,8 @@ class PackageTest(unittest.TestCase):
         libraries = next(root.glob("usr/lib/**/libcloudbackuplib.so.*")).parent
         self.assertRegex(run(agent, "--version", env=dict(os.environ, LD_LIBRARY_PATH=str(libraries))), r"\d+\.\d+")
         self.assertTrue((root / "usr/include/cloudbackup/cloudbackuplib/CloudBackup.h").exists())
+        self.assertTrue((root / "usr/share/man/man1/cloudbackup.1").exists())
+        self.assertTrue((root / "usr/share/bash-completion/completions/cloudbackup").exists())
         run(*dpkg, "--purge", *names)
         self.assertEqual([path for path in (root / "usr").rglob("*") if path.is_file()] if (root / "usr").exists()
                          else [], [])
