@@ -1,23 +1,28 @@
 #!/usr/bin/env python3
-"""Measures the agent beside a peer on the same machine in the same run, and prints a table.
+"""Measures the agent beside its peers on the same machine in the same run, and prints a table.
 
-compare_peers.py PROGRAM [--folder DIR] [--rounds N] [--small] [--only NAME]
+compare_peers.py PROGRAM [--folder DIR] [--rounds N] [--scale N] [--only NAME]... [--corpus small|large]...
 
-Backs up a 1 GiB file of random bytes and a tree of 50,000 small files, first run, unchanged second run, and restore, with
-the agent and with restic (Debian's package, compression auto), each into a repository in a folder. Caches are
-warm: the sources are read once before. Every figure is the best of the rounds; memory is the peak of the process.
+For each corpus (corpora.py): first backup, a second one of the unchanged source, a third one of the edited source with the bytes
+that it adds, restore of everything and of one file, check with all data, and forgetting all but the last checkpoint with what only
+the others needed. Tools: cloudbackup (PROGRAM), restic and borg (Debian's packages), each with encryption and compression on and a
+repository in a folder. The source is read once before; the tools take turns; every figure is the median of the rounds, memory the
+highest peak. Nothing is deleted before the end: files made soon after many were deleted take up to four times as long. With one
+round of the full size that is about 30 GB.
 """
 import argparse
 import os
 import pathlib
-import random
 import shutil
+import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
-GIB = 1 << 30
+import corpora
+
+COLUMNS = ("first backup", "unchanged backup", "edited backup", "restore", "one file", "check", "forget")
 
 
 def make_random_file(folder, size):
@@ -27,18 +32,6 @@ def make_random_file(folder, size):
             file.write(os.urandom(1 << 20))
 
 
-def make_small_files(folder, count):
-    """Text-like files of 1 to 16 KiB, a hundred in a folder."""
-    generator = random.Random(1)
-    words = [generator.randbytes(generator.randrange(2, 9)).hex() for _ in range(5000)]
-    for number in range(count):
-        path = folder / f"d{number // 100:03}" / f"f{number}"
-        path.parent.mkdir(parents=True, exist_ok=True)
-        size = generator.randrange(1024, 16384)
-        text = " ".join(generator.choices(words, k=size // 10 + 1))
-        path.write_text(text[:size])
-
-
 class Agent:
     name = "cloudbackup"
 
@@ -46,32 +39,80 @@ class Agent:
         self.program = program
 
     def environment(self, place):
-        return {"CLOUDBACKUP_REPO": f"dir:{place}/repository", "CLOUDBACKUP_STATE_DIR": f"{place}/state"}
+        return {"CLOUDBACKUP_REPO": f"dir:{place}/repository", "CLOUDBACKUP_STATE_DIR": f"{place}/state",
+                "CLOUDBACKUP_PASSWORD": "measured"}
+
+    def run(self, *arguments):
+        return [self.program, "-q", *arguments]
 
     def init(self):
-        return [self.program, "-q", "init"]
+        return self.run("init")
 
-    def backup(self, source):
-        return [self.program, "-q", "backup", source]
+    def backup(self, source, _):
+        return self.run("backup", source)
 
-    def restore(self, target):
-        return [self.program, "-q", "restore", "latest", "--target", target]
+    def restore(self, target, _):
+        return self.run("restore", "latest", "--target", target)
+
+    def restore_one(self, path, target):
+        return self.run("restore", "latest", path, "--target", target)
+
+    def check(self):
+        return [self.run("check", "--read-data")]
+
+    def forget(self):
+        return [self.run("forget", "--keep-last", "1", "--prune")]
 
 
-class Restic:
+class Restic(Agent):
     name = "restic"
 
+    def __init__(self):
+        super().__init__("restic")
+
     def environment(self, place):
-        return {"RESTIC_REPOSITORY": f"{place}/repository", "RESTIC_PASSWORD": "x", "RESTIC_CACHE_DIR": f"{place}/cache"}
+        return {"RESTIC_REPOSITORY": f"{place}/repository", "RESTIC_PASSWORD": "measured",
+                "RESTIC_CACHE_DIR": f"{place}/cache"}
+
+    def backup(self, source, _):
+        return self.run("--compression", "auto", "backup", source)
+
+    def restore_one(self, path, target):
+        return self.run("restore", "latest", "--include", path, "--target", target)
+
+
+class Borg(Agent):
+    name = "borg"
+
+    def __init__(self):
+        super().__init__("borg")
+
+    def environment(self, place):
+        return {"BORG_REPO": f"{place}/repository", "BORG_PASSPHRASE": "measured", "BORG_BASE_DIR": f"{place}/base",
+                "BORG_UNKNOWN_UNENCRYPTED_REPO_ACCESS_IS_OK": "yes"}
+
+    def run(self, *arguments):
+        return [self.program, *arguments]
 
     def init(self):
-        return ["restic", "-q", "init"]
+        return self.run("init", "--encryption", "repokey")
 
-    def backup(self, source):
-        return ["restic", "-q", "--compression", "auto", "backup", source]
+    def backup(self, source, number):
+        return self.run("create", "--compression", "zstd,3", f"::{number}", source)
 
-    def restore(self, target):
-        return ["restic", "-q", "restore", "latest", "--target", target]
+    def restore(self, target, number):
+        target.mkdir()
+        return ["env", "-C", target, *self.run("extract", f"::{number}")]
+
+    def restore_one(self, path, target):
+        target.mkdir()
+        return ["env", "-C", target, *self.run("extract", "::3", str(path)[1:])]
+
+    def check(self):
+        return [self.run("check", "--verify-data")]
+
+    def forget(self):
+        return [self.run("prune", "--keep-last", "1"), self.run("compact")]
 
 
 def measure(command, environment):
@@ -86,64 +127,100 @@ def measure(command, environment):
     return seconds, usage.ru_utime + usage.ru_stime, usage.ru_maxrss / 1024
 
 
+def measure_all(commands, environment):
+    rows = [measure(command, environment) for command in commands]
+    return sum(row[0] for row in rows), sum(row[1] for row in rows), max(row[2] for row in rows)
+
+
 def tree_size(folder):
     return sum(path.stat().st_size for path in pathlib.Path(folder).rglob("*") if path.is_file())
 
 
-def run_once(tool, source, place):
-    environment = tool.environment(place)
-    subprocess.run(tool.init(), env={**os.environ, **environment}, check=True)
-    os.sync()
-    rows = {"first backup": measure(tool.backup(source), environment)}
-    os.sync()
-    rows["unchanged backup"] = measure(tool.backup(source), environment)
-    stored = tree_size(place / "repository")
-    os.sync()
-    rows["restore"] = measure(tool.restore(place / "restored"), environment)
-    return rows, stored
+def check_same(one, other):
+    done = subprocess.run(["diff", "-rq", one, other], check=False, stdout=subprocess.PIPE)
+    if done.returncode != 0:
+        sys.exit(f"{one} and {other} differ: {done.stdout[:500]}")
 
 
-def best(old, new):
-    return new if old is None else (min(old[0], new[0]), min(old[1], new[1]), max(old[2], new[2]))
+class Round:
+    """All tools on one corpus, once."""
+
+    def __init__(self, tools, corpus, place):
+        self.tools, self.corpus = tools, corpus
+        self.source = place / "source"
+        shutil.copytree(corpus, self.source)  # a copy, since the third backup is of its second generation
+        self.places = {tool.name: place / tool.name for tool in tools}
+        self.rows = {tool.name: {} for tool in tools}
+        self.sizes = {tool.name: [] for tool in tools}
+
+    def each(self, column, commands):
+        for tool in self.tools:
+            place = self.places[tool.name]
+            os.sync()
+            self.rows[tool.name][column] = measure_all(commands(tool, place), tool.environment(place))
+
+    def backup(self, column, number):
+        subprocess.run(["tar", "-cf", "/dev/null", self.source], check=True, stderr=subprocess.DEVNULL)
+        self.each(column, lambda tool, _: [tool.backup(self.source, number)])
+        for tool in self.tools:
+            self.sizes[tool.name].append(tree_size(self.places[tool.name] / "repository"))
+
+    def run(self):
+        for tool in self.tools:
+            place = self.places[tool.name]
+            place.mkdir()
+            subprocess.run([str(part) for part in tool.init()], env={**os.environ, **tool.environment(place)}, check=True)
+        self.backup("first backup", 1)
+        self.backup("unchanged backup", 2)
+        (corpora.edit_small if self.corpus.name == "small" else corpora.edit_large)(self.source)
+        self.backup("edited backup", 3)
+        self.each("restore", lambda tool, place: [tool.restore(place / "restored", 3)])
+        for tool in self.tools:
+            check_same(str(self.source), f"{self.places[tool.name]}/restored{self.source}")
+        one = sorted(path for path in self.source.rglob("*") if path.is_file())[-1]
+        self.each("one file", lambda tool, place: [tool.restore_one(one, place / "one")])
+        self.each("check", lambda tool, _: tool.check())
+        self.each("forget", lambda tool, _: tool.forget())
+
+
+def show(corpus, tools, rounds):
+    for column in COLUMNS:
+        for tool in tools:
+            rows = [one.rows[tool.name][column] for one in rounds]
+            print(f"| {corpus} | {column} | {tool.name} | {statistics.median(row[0] for row in rows):.2f} | "
+                  f"{statistics.median(row[1] for row in rows):.2f} | {max(row[2] for row in rows):.0f} |", flush=True)
+    for tool in tools:
+        first, second, third = rounds[0].sizes[tool.name]
+        print(f"| {corpus} | repository {first / 1e6:.0f} MB, the unchanged run adds {(second - first) / 1e6:.2f}, the edited one "
+              f"{(third - second) / 1e6:.1f} | {tool.name} | | | |", flush=True)
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("program")
     parser.add_argument("--folder", help="where to work (default: a temporary folder)")
     parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--small", action="store_true", help="a tenth of the size, to try the script")
-    parser.add_argument("--only", help="just this tool")
+    parser.add_argument("--scale", type=int, default=1, help="an N-th of the full size")
+    parser.add_argument("--only", action="append", help="just this tool")
+    parser.add_argument("--corpus", action="append", choices=("small", "large"))
     options = parser.parse_args()
-    scale = 10 if options.small else 1
-    tools = [tool for tool in (Agent(os.path.abspath(options.program)), Restic())
-             if options.only in (None, tool.name)]
-
+    tools = [tool for tool in (Agent(os.path.abspath(options.program)), Restic(), Borg())
+             if not options.only or tool.name in options.only]
     with tempfile.TemporaryDirectory(dir=options.folder) as folder:
         work = pathlib.Path(folder)
-        make_random_file(work / "random", GIB // scale)
-        make_small_files(work / "small", 50000 // scale)
-        print(f"{os.cpu_count()} cores, {time.strftime('%Y-%m-%d')}, best of {options.rounds} rounds\n")
-        print("| source | what | tool | seconds | processor s | peak MiB | repository MiB |")
-        print("|---|---|---|---:|---:|---:|---:|")
-        for label, source in ((f"random file of {1024 // scale} MiB", work / "random"),
-                              (f"{50000 // scale:,} small files", work / "small")):
-            subprocess.run(["tar", "-cf", "/dev/null", source], check=True, stderr=subprocess.DEVNULL)
-            results = {}
-            for _ in range(options.rounds):
-                for tool in tools:  # in turn, so that what disturbs the machine disturbs both
-                    place = work / "place"
-                    place.mkdir()
-                    rows, stored = run_once(tool, source, place)
-                    for what, row in rows.items():
-                        key = (what, tool.name)
-                        results[key] = (best(results.get(key, (None,))[0], row), stored)
-                    shutil.rmtree(place)
-            for what in ("first backup", "unchanged backup", "restore"):
-                for tool in tools:
-                    (seconds, processor, peak), stored = results[(what, tool.name)]
-                    print(f"| {label} | {what} | {tool.name} | {seconds:.2f} | {processor:.2f} | {peak:.0f} | "
-                          f"{stored / (1 << 20):.0f} |", flush=True)
+        print(f"{os.cpu_count()} cores, {time.strftime('%Y-%m-%d')}, median of {options.rounds} rounds, scale 1/{options.scale}\n")
+        print("| corpus | what | tool | seconds | processor s | peak MiB |")
+        print("|---|---|---|---:|---:|---:|", flush=True)
+        for name in options.corpus or ("small", "large"):
+            corpus = work / name
+            (corpora.make_small if name == "small" else corpora.make_large)(corpus, options.scale)
+            rounds = []
+            for number in range(options.rounds):
+                place = work / f"{name}-{number}"
+                place.mkdir()
+                rounds.append(Round(tools, corpus, place))
+                rounds[-1].run()
+            show(name, tools, rounds)
 
 
 if __name__ == "__main__":

@@ -73,7 +73,7 @@ class Agent:
 
     def environment(self, place, bucket):
         return {"AWS_ACCESS_KEY_ID": self.store.access_key, "AWS_SECRET_ACCESS_KEY": self.store.secret_key,
-                "CLOUDBACKUP_REPO": f"s3:{self.store.endpoint}/{bucket}", "CLOUDBACKUP_STATE_DIR": f"{place}/state"}
+                "CLOUDBACKUP_REPO": f"s3:{self.store.endpoint}/{bucket}", "CLOUDBACKUP_STATE_DIR": f"{place}/state", "CLOUDBACKUP_PASSWORD": "measured"}
 
     def init(self):
         return [self.program, "-q", "init"]
