@@ -42,8 +42,8 @@ std::size_t ReadAll(const std::string& path, std::size_t size, const F& receive)
     return total;
 }
 
-/// A larger write gets larger pages of the system's cache. Where memory is lent to a machine, those are often touched for
-/// the first time, which takes several times as long as the write (docs/decisions/small-writes.md).
+/// A larger write gets larger pages of the system's cache. Where memory is lent to a machine, those are often touched
+/// for the first time, which takes several times as long as the write (docs/decisions/small-writes.md).
 constexpr std::size_t largestWrite = 32U << 10U;
 
 /// Calls `send` (bytes already written, bytes to write now) until all `size` bytes are written.

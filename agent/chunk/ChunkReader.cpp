@@ -22,8 +22,7 @@ std::exception_ptr MakeFault(const std::string& fault) { return std::make_except
 
 }  // namespace
 
-CChunkReader::CChunkReader(SChunkSource source)
-    : source_(std::move(source)), decoder_(ThreadCount(source_.threads)) {}
+CChunkReader::CChunkReader(SChunkSource source) : source_(std::move(source)), decoder_(ThreadCount(source_.threads)) {}
 
 void CChunkReader::Read(std::span<const SChunk> wanted, IChunkSink& sink) {
     CRangeDownloads downloads(source_, wanted, DownloadLimit(*source_.client));

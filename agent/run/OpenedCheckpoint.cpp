@@ -61,8 +61,8 @@ CMetaState COpenedCheckpoint::LoadMetadata(const SRoot& root, EMetadataFrom from
 }
 
 SChunkSource COpenedCheckpoint::GetChunkSource(const SRoot& root, const CMetaState& state) {
-    return {backup_->GetBackupClient(), backup_->GetBackupId(), root.storageId, state.GetBlocks(),
-            repository_.GetKeys(), repository_.GetThreads()};
+    return {backup_->GetBackupClient(), backup_->GetBackupId(), root.storageId,
+            state.GetBlocks(),          repository_.GetKeys(),  repository_.GetThreads()};
 }
 
 }  // namespace agent
