@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the S3 client beside rclone and the agent beside restic, on one Ceph gateway on loopback in one run.
 
-compare_stores.py BUILD [--rounds N] [--transfers N] [--small] [--delay MILLISECONDS]
+compare_stores.py BUILD [--rounds N] [--transfers N] [--small] [--only transfers|backup] [--delay MILLISECONDS]
 
 BUILD is the folder with the programs (build/release). The gateway is started and stopped here; rclone and restic are
 Debian's packages. Every figure is the best of the rounds; memory is the peak of the process. With --delay only the
@@ -191,13 +191,19 @@ class DelayProxy:
 
 def show_delay(options, store, place):
     source = place / "objects"
-    make_objects(source, 320, 64 << 10)
+    make_objects(source, 640, 64 << 10)
     proxy = DelayProxy(int(store.endpoint.rsplit(":", 1)[1]), options.delay / 1000)
     store.endpoint = f"http://127.0.0.1:{proxy.port}"
     for connections in (1, 2, 4, 8, 16, 32):
         tool = Client(options.build, store, connections)
         row = measure(tool.up(source, f"delay{connections}"), tool.environment())
-        show(f"320 objects of 64 KiB up, {options.delay} ms later, {connections} connections", tool.name, row)
+        show(f"640 objects of 64 KiB up, {options.delay} ms later, {connections} connections", tool.name, row)
+
+
+def compare_whole(options, store, place, scale):
+    source = place / "source"
+    make_random_file(source, 2 * 1024 * MIB // scale)
+    compare_backups([Agent(options.build, store), Restic(store)], source, place, options.rounds)
 
 
 def main():
@@ -206,6 +212,7 @@ def main():
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--transfers", type=int, default=16)
     parser.add_argument("--small", action="store_true", help="a tenth of the size, to try the script")
+    parser.add_argument("--only", choices=("transfers", "backup"))
     parser.add_argument("--delay", type=float, help="show what latency does to the client instead")
     options = parser.parse_args()
     scale = 10 if options.small else 1
@@ -217,6 +224,9 @@ def main():
         if options.delay is not None:
             show_delay(options, store, place)
             return
+        if options.only == "backup":
+            compare_whole(options, store, place, scale)
+            return
         tools = [Client(options.build, store, options.transfers), Rclone(store, options.transfers)]
         for count, size, name in ((2000 // scale, MIB, "1 MiB"), (20000 // scale, 16 << 10, "16 KiB"),
                                   (20 // scale, 64 * MIB, "64 MiB")):
@@ -224,9 +234,8 @@ def main():
             make_objects(source, count, size)
             compare_transfers(f"{count} of {name}", tools, source, place, options.rounds)
             shutil.rmtree(source)
-        source = place / "source"
-        make_random_file(source, 2 * 1024 * MIB // scale)
-        compare_backups([Agent(options.build, store), Restic(store)], source, place, options.rounds)
+        if options.only != "transfers":
+            compare_whole(options, store, place, scale)
     finally:
         store.stop()
         shutil.rmtree(place, ignore_errors=True)
