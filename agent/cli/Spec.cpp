@@ -60,8 +60,8 @@ public:
     CLI::App* Register(CLI::App& app) override {
         CLI::App* command = app.add_subcommand("spec", "Write a connection specification, or look at one");
         command->require_subcommand(1);
-        write_ =
-            AddPart(*command, "write", "Write the specification of a store into a new file, which only you can read");
+        write_ = AddPart(*command, "write",
+                         "Write a store's connection specification into a new file, which only you can read");
         options_.AddTo(*write_);
         show_ = AddPart(*command, "show", "Show what a specification says, without its secrets");
         check_ = AddPart(*command, "check", "Ask the store of a specification whether it answers");
@@ -84,7 +84,7 @@ public:
 private:
     CLI::App* AddPart(CLI::App& command, const std::string& name, const std::string& description) {
         CLI::App* part = command.add_subcommand(name, description);
-        part->add_option("FILE", file_, "The specification's file; 'spec:FILE' is the location of its store")
+        part->add_option("FILE", file_, "A connection specification; 'spec:FILE' is the location of its store")
             ->required();
         return part;
     }

@@ -11,7 +11,8 @@ namespace agent {
 class CSpecOptions {
 public:
     void AddTo(CLI::App& command);
-    /// The specification, with the secrets from where they come. Throws CWrongUseExc that names what is missing.
+    /// The connection specification, with the secrets from where they come. Throws CWrongUseExc that names what is
+    /// missing.
     [[nodiscard]] connection_spec_t MakeSpec() const;
 
 private:

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "common/posix.h"
+#include "tests/support/TempDir.h"
 
 namespace agent {
 
@@ -27,13 +26,8 @@ std::string FailureOf(const std::function<void()>& call) {
 
 class RecoveryFile : public testing::Test {
 protected:
-    RecoveryFile() {
-        std::string pattern = testing::TempDir() + "recovery-XXXXXX";
-        folder = ::mkdtemp(pattern.data());
-    }
-    ~RecoveryFile() override { std::filesystem::remove_all(folder); }
-
-    std::string folder;
+    const test::TempDir dir;
+    const std::string folder = dir.GetPath();
 };
 
 TEST_F(RecoveryFile, GivesBackWhatWasWritten) {

@@ -3,23 +3,12 @@
 #include <algorithm>
 #include <string_view>
 
+#include "agent/run/ByteCount.h"
 #include "common/exc.h"
-#include "common/util.h"
 
 namespace agent {
 
 namespace {
-
-std::uint64_t ParseSize(std::string_view text) {
-    static constexpr std::string_view units = "KMGT";
-    const auto unit = text.empty() ? std::string_view::npos : units.find(text.back());
-    const unsigned shift = unit == std::string_view::npos ? 0 : 10 * (static_cast<unsigned>(unit) + 1);
-    const std::uint64_t count = util::str_to_uint64(shift == 0 ? text : text.substr(0, text.size() - 1));
-    if (count > (~std::uint64_t{0} >> shift)) {
-        throw exc::CRuntimeExc("the size is beyond all bounds");
-    }
-    return count << shift;
-}
 
 /// As a pattern of an ignore file, in which some first letters have a meaning that they have not here.
 std::string AsIgnoreLine(const std::string& pattern) {
@@ -34,12 +23,12 @@ std::string AsIgnoreLine(const std::string& pattern) {
 SSizeRange ParseSizeRange(const std::string& text) {
     try {
         if (text.starts_with('+')) {
-            return {ParseSize(std::string_view(text).substr(1)), ~std::uint64_t{0}};
+            return {ParseByteCount(std::string_view(text).substr(1)), ~std::uint64_t{0}};
         }
         if (text.starts_with('-')) {
-            return {0, ParseSize(std::string_view(text).substr(1))};
+            return {0, ParseByteCount(std::string_view(text).substr(1))};
         }
-        const std::uint64_t size = ParseSize(text);
+        const std::uint64_t size = ParseByteCount(text);
         return {size, size};
     } catch (const exc::CExc& failure) {
         exc::RegenTraceExc(failure, "'%1' is no size such as +10M (at least), -1K (at most) or 517 (exactly)", text);

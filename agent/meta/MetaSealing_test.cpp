@@ -1,9 +1,8 @@
 #include "agent/meta/MetaFile.h"
 
-#include <filesystem>
-
 #include "agent/meta/MetaLimits.h"
 #include "agent/meta/MetaTestKit.h"
+#include "tests/support/TempDir.h"
 
 namespace agent {
 
@@ -15,12 +14,6 @@ data_key_ptr KeyOf(char byte) { return std::make_shared<const CDataKey>(crypto::
 
 class MetaSealing : public testing::Test {
 protected:
-    MetaSealing() {
-        std::string pattern = testing::TempDir() + "sealing-XXXXXX";
-        folder = ::mkdtemp(pattern.data());
-    }
-    ~MetaSealing() override { std::filesystem::remove_all(folder); }
-
     std::string Path(int version) const { return folder + "/" + std::to_string(version); }
 
     SMetaLayout Write(int version, SMetaChanges changes, const data_key_ptr& key) {
@@ -31,7 +24,8 @@ protected:
         return WriteMeta(target, state, std::move(changes));
     }
 
-    std::string folder;
+    const test::TempDir dir;
+    const std::string folder = dir.GetPath();
     CMetaState state;
 };
 

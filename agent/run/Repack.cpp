@@ -5,8 +5,8 @@
 #include <cmath>
 #include <vector>
 
+#include "agent/run/ByteCount.h"
 #include "common/exc.h"
-#include "common/util.h"
 
 namespace agent {
 
@@ -42,17 +42,6 @@ double ParsePercent(std::string_view text) {
     return percent;
 }
 
-std::uint64_t ParseBytes(std::string_view text) {
-    static constexpr std::string_view units = "KMGT";
-    const auto unit = text.empty() ? std::string_view::npos : units.find(text.back());
-    const unsigned shift = unit == std::string_view::npos ? 0 : 10 * (static_cast<unsigned>(unit) + 1);
-    const std::uint64_t count = util::str_to_uint64(shift == 0 ? text : text.substr(0, text.size() - 1));
-    if (count > (~std::uint64_t{0} >> shift)) {
-        throw exc::CRuntimeExc("the size is beyond all bounds");
-    }
-    return count << shift;
-}
-
 }  // namespace
 
 SUnusedLimit SUnusedLimit::FromText(const std::string& text) {
@@ -63,7 +52,7 @@ SUnusedLimit SUnusedLimit::FromText(const std::string& text) {
         if (text.ends_with('%')) {
             return {EKind::share, ParsePercent(std::string_view(text).substr(0, text.size() - 1)), 0};
         }
-        return {EKind::bytes, 0, ParseBytes(text)};
+        return {EKind::bytes, 0, ParseByteCount(text)};
     } catch (const exc::CExc& failure) {
         exc::RegenTraceExc(failure, "'%1' is no limit such as 10%, 500M or 'unlimited'", text);
     }

@@ -45,7 +45,7 @@ constexpr SOperation openAzure = {
     "static cloudbackuplib::backup::ICloudRepositoryPtr "
     "cloudbackuplib::backup::CCloudRepositoryFactory::OpenAzureBlobStorageRepository(const astr&)"};
 
-/// Checks the specification as far as the operation would, then reports that it is not provided.
+/// Checks a connection specification as far as the operation would, then reports that it is not provided.
 [[noreturn]] void RefuseS3(const std::string& connectionSpec, const SOperation& operation) {
     try {
         const auto spec = platform::s3::CS3ConnectionSpec::Deserialize(connectionSpec);

@@ -14,9 +14,10 @@ using ICloudRepositoryPtr = std::shared_ptr<ICloudRepository>;
 
 /// Opens repositories by cloud service and serialised connection specification.
 ///
-/// In this system it checks the service and the specification and then reports that the operation is not provided: no
-/// operation ever returns a repository. A host opens one with its own cloud client (CCloudExternalRepository). Safe
-/// from any thread. Failures are exc::CRuntimeExc; those of a service carry the operation's message and the cause.
+/// In this system it checks the service and its connection specification and then reports that the operation is not
+/// provided: no operation ever returns a repository. A host opens one with its own cloud client
+/// (CCloudExternalRepository). Safe from any thread. Failures are exc::CRuntimeExc; those of a service carry the
+/// operation's message and the cause.
 class CB_EXPORT CCloudRepositoryFactory {
 public:
     [[nodiscard]] static std::vector<std::string> EnumRepositories(ECloudService::type service,

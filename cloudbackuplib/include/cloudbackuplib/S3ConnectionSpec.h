@@ -56,7 +56,7 @@ public:
     /// Whether the text is a document with the root element of this kind. Never fails.
     [[nodiscard]] static bool IsS3ConnSpec(const std::string& text);
 
-    /// Writes the specification into the given element.
+    /// Writes it into the given element.
     void Serialize(xml::xml_holder_t& element) const;
     /// The whole document.
     [[nodiscard]] std::string Serialize() const;
