@@ -9,6 +9,7 @@ large   1 GiB of random bytes, 1 GiB of text, a 1 GiB disk image of which two fi
 edit_small and edit_large turn them into their second generation.
 """
 import argparse
+import itertools
 import pathlib
 import random
 
@@ -24,11 +25,11 @@ class Text:
         letters = "etaoinshrdlucmfwypvbgkqjxz_"
         words = ["".join(self.random.choices(letters, weights=range(27, 0, -1), k=self.random.randrange(2, 11)))
                  for _ in range(20000)]
-        weights = [1 / (rank + 1) for rank in range(len(words))]
+        weights = list(itertools.accumulate(1 / (rank + 1) for rank in range(len(words))))
         signs = [" = ", "(", ", ", ") {", ";", " + ", "->", ".", " // ", ": ", " < ", "[", "] = "]
         self.lines = []
         for _ in range(60000):
-            chosen = self.random.choices(words, weights, k=self.random.randrange(1, 7))
+            chosen = self.random.choices(words, cum_weights=weights, k=self.random.randrange(1, 7))
             between = self.random.choices(signs, k=len(chosen))
             self.lines.append(" " * 4 * self.random.randrange(4) + "".join(map("".join, zip(chosen, between))) + "\n")
 
