@@ -9,7 +9,11 @@
 
 namespace agent {
 
-/// Reads a file's content without its holes: those that the file system knows, and whole blocks of zeros.
+/// Reads a file's content without its holes: those that the file system knows, and 64 KiB of zeros or more.
+///
+/// Such zeros are left out to the byte, wherever they stand: what lies between them stays the same when something
+/// before it grows or shrinks, and is recognised then. Zeros around the file system's holes are looked at by
+/// themselves.
 ///
 /// One object is used for many files, by one thread; it keeps its buffer. Failures are posix::CPosixExc.
 class CFileContentReader {
@@ -25,9 +29,11 @@ public:
 private:
     std::uint64_t ReadRange(const posix::posix_file_t& file, std::uint64_t begin, std::uint64_t end,
                             const sink_t& sink);
-    void Emit(std::uint64_t offset, std::span<const char> data, const sink_t& sink) const;
+    void Emit(std::uint64_t offset, std::span<const char> data, const sink_t& sink);
+    void EndZeros(std::uint64_t end, const sink_t& sink);
 
     std::vector<char> buffer_;
+    std::size_t heldZeros_ = 0;  // before the next byte to be read, not handed out
 };
 
 }  // namespace agent

@@ -69,16 +69,83 @@ TEST(FileContent, LeavesOutHolesOfTheFileSystem) {
     EXPECT_EQ(seen, 100 * 1024 * kib);
 }
 
-TEST(FileContent, WrittenZerosAreHolesTooWhenTheyFillABlock) {
+/// What must come out, found byte by byte.
+std::vector<SRun> RunsBetweenZeros(const std::string& content) {
+    std::vector<SRun> runs;
+    std::size_t begin = 0;
+    for (std::size_t at = 0; at <= content.size();) {
+        const std::size_t end = std::min(content.find_first_not_of('\0', at), content.size());
+        if (end - at >= 64 * kib || at == content.size()) {
+            if (at > begin) {
+                runs.push_back({begin, content.substr(begin, at - begin)});
+            }
+            begin = end;
+        }
+        at = std::max(end, at + 1);
+    }
+    return runs;
+}
+
+void ExpectRuns(const std::string& content) {
     const test::TempDir dir;
-    const std::string content =
-        Random(64 * kib, 2) + std::string(192 * kib, '\0') + Random(10, 3) + std::string(5000, '\0');
     posix::posix_file_t::OpenOrCreate4Write(dir / "file", false, 0).Write(content);
     const auto runs = ReadAll(dir / "file", content.size());
-    ASSERT_EQ(runs.size(), 2U);
-    EXPECT_EQ(runs[0].data, content.substr(0, 64 * kib));
-    EXPECT_EQ(runs[1].offset, 256 * kib);
-    EXPECT_EQ(runs[1].data, content.substr(256 * kib));
+    const auto expected = RunsBetweenZeros(content);
+    ASSERT_EQ(runs.size(), expected.size());
+    for (std::size_t i = 0; i < runs.size(); ++i) {
+        EXPECT_EQ(runs[i].offset, expected[i].offset) << i;
+        EXPECT_TRUE(runs[i].data == expected[i].data) << i;
+    }
+}
+
+std::string Zeros(std::size_t size) { return std::string(size, '\0'); }
+
+TEST(FileContent, WrittenZerosAreHolesTooToTheByte) {
+    const std::string content = Random(70001, 2) + Zeros(192 * kib) + Random(10, 3) + Zeros(5000);
+    const auto expected = RunsBetweenZeros(content);
+    ASSERT_EQ(expected.size(), 2U);
+    EXPECT_EQ(expected[0].data.size(), 70001U);
+    EXPECT_EQ(expected[1].offset, 70001 + 192 * kib);
+    EXPECT_EQ(expected[1].data.size(), 5010U);
+    ExpectRuns(content);
+}
+
+TEST(FileContent, ZerosAreAHoleFrom64KiBOn) {
+    for (const std::size_t size : {64 * kib - 1, 64 * kib}) {
+        for (const std::size_t before :
+             {0UL, 1UL, 1024 * kib - 1, 1024 * kib - 30000, 1024 * kib - 65536, 1024 * kib}) {
+            ExpectRuns(Random(before, 5) + Zeros(size));
+            ExpectRuns(Random(before, 5) + Zeros(size) + Random(1, 6));
+            ExpectRuns(Random(before, 5) + Zeros(size) + Random(2000 * kib, 6));
+        }
+    }
+    ExpectRuns(Zeros(3 * 1024 * kib));
+    ExpectRuns(Zeros(3 * 1024 * kib + 1) + "x" + Zeros(1024 * kib));
+}
+
+TEST(FileContent, AnyMixtureOfZerosAndDataIsReadAsItIs) {
+    for (unsigned seed = 0; seed < 30; ++seed) {
+        std::mt19937 random(seed);
+        std::string content;
+        while (content.size() < 4 * 1024 * kib) {
+            const std::size_t scale = std::size_t{1} << random() % 19U;
+            const std::size_t size = random() % scale + 1;
+            content += random() % 2 == 0 ? Zeros(size) : Random(size, static_cast<unsigned>(random()));
+        }
+        SCOPED_TRACE(seed);
+        ExpectRuns(content);
+    }
+}
+
+TEST(FileContent, WhatLiesBetweenZerosStaysTheSameWhenItMoves) {
+    const std::string tail = Random(100000, 7) + Zeros(200000) + Random(300000, 8) + Zeros(100 * kib);
+    const auto before = RunsBetweenZeros("a" + Zeros(70000) + tail);
+    const auto behind = RunsBetweenZeros("a, and more" + Zeros(70000) + tail);
+    ASSERT_EQ(before.size(), behind.size());
+    for (std::size_t i = 1; i < before.size(); ++i) {
+        EXPECT_TRUE(before[i].data == behind[i].data);
+    }
+    ExpectRuns("a, and more" + Zeros(70000) + tail);
 }
 
 TEST(FileContent, AFileThatBecameShorterTellsItsSize) {
