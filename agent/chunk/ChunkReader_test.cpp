@@ -226,7 +226,7 @@ TEST_F(ChunkReader, HostileRecordsHarmNothing) {
                                    std::to_string(stored_.newBlocks.size()));
     EXPECT_EQ(sink.damages[3], "The chunk at byte " + std::to_string(wanted[3].blockOffset) + " of block '" +
                                    PathOf(0) +
-                                   "' cannot be read: its plain size 4294967295 is not between 1 and 1048576");
+                                   "' cannot be read: its plain size 4294967295 is not between 1 and 2097152");
 }
 
 TEST_F(ChunkReader, ATableThatLiesAboutABlocksSizeGainsNothing) {

@@ -105,8 +105,8 @@ TEST(ChunkCheck, NamesEveryFault) {
     EXPECT_EQ(faultOf([](SChunk&) {}), "");
     EXPECT_EQ(faultOf([](SChunk& c) { c.block = 1; }), "the table of blocks has only 1");
     EXPECT_EQ(faultOf([](SChunk& c) { c.block = 0xFFFFFFFFU; }), "the table of blocks has only 1");
-    EXPECT_EQ(faultOf([](SChunk& c) { c.plainSize = 0; }), "its plain size 0 is not between 1 and 1048576");
-    EXPECT_EQ(faultOf([](SChunk& c) { c.plainSize = 1048577; }), "its plain size 1048577 is not between 1 and 1048576");
+    EXPECT_EQ(faultOf([](SChunk& c) { c.plainSize = 0; }), "its plain size 0 is not between 1 and 2097152");
+    EXPECT_EQ(faultOf([](SChunk& c) { c.plainSize = 2097153; }), "its plain size 2097153 is not between 1 and 2097152");
     EXPECT_EQ(faultOf([](SChunk& c) { c.storedSize = 0; }),
               "its stored size 0 is not between 1 and its plain size 100");
     EXPECT_EQ(faultOf([](SChunk& c) { c.storedSize = 100; }),
