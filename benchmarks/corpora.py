@@ -18,7 +18,10 @@ PAGE = 4096
 
 
 class Text:
-    """Lines as sources have them: few words often, many rarely; a tenth of the lines belongs to one place alone."""
+    """Lines as sources have them: few words and few lines often, many rarely, and most lines much like one nearby.
+
+    zstd at level 3 brings pieces of 256 KiB down to a fifth, as it does with Python's library, and as fast.
+    """
 
     def __init__(self, seed):
         self.random = random.Random(seed)
@@ -32,12 +35,17 @@ class Text:
             chosen = self.random.choices(words, cum_weights=weights, k=self.random.randrange(1, 7))
             between = self.random.choices(signs, k=len(chosen))
             self.lines.append(" " * 4 * self.random.randrange(4) + "".join(map("".join, zip(chosen, between))) + "\n")
+        self.weights = list(itertools.accumulate(1 / (rank + 20) for rank in range(len(self.lines))))
 
     def make(self, size):
         """About so many bytes."""
-        lines = self.random.choices(self.lines, k=size // 30 + 1)
-        for at in range(0, len(lines), 10):
-            lines[at] = f"    unique_{self.random.getrandbits(64):x};\n"
+        count = size // 24 + 1
+        lines = self.random.choices(self.lines, cum_weights=self.weights, k=count)
+        for at, back in enumerate(self.random.choices(range(1, 200), k=count)):
+            if back <= at and self.random.random() < 0.6:
+                lines[at] = lines[at - back]
+            elif at % 20 == 0:
+                lines[at] = f"    unique_{self.random.getrandbits(64):x};\n"
         text = "".join(lines).encode()
         while len(text) < size:
             text += text
