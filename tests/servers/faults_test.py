@@ -85,8 +85,9 @@ class Faults(StoreCase):
         self.run_agent("backup", self.source)
         # One byte of each connection.
         proxy = self.through(lambda random: Fault("corrupt", 300_000))
-        self.restore("latest")
+        target = self.restore("latest")
         self.assertGreater(proxy.faults, 0)
+        self.assertEqual(digest(f"{target}/data"), digest(self.source / "data"))
 
     def test_a_dead_endpoint_is_told_in_time(self):
         self.environment["CLOUDBACKUP_REPO"] = self.location(1)
