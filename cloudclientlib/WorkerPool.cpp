@@ -4,6 +4,8 @@
 #include <system_error>
 #include <utility>
 
+#include "common/signals.h"
+
 namespace task {
 
 CWorkerPool::CWorkerPool(std::size_t limit) : limit_(std::max<std::size_t>(limit, 1)) {
@@ -39,6 +41,7 @@ task_ptr CWorkerPool::Submit(job_t job) {
 }
 
 void CWorkerPool::StartThread() {
+    const posix::held_signals_t held;
     threads_.emplace_back([this, worker = threads_.size()] { Work(worker); });
 }
 

@@ -20,7 +20,7 @@ namespace task {
 /// Safe from any thread. The destructor drains: jobs submitted before it, running or waiting, are all done when it
 /// returns, whether somebody waits for them or not. It must not run in one of the pool's own threads. A job's failure
 /// belongs to its task and disturbs nothing else; what a job holds is let go before its task is done. Where the system
-/// gives no further thread, fewer do the same work.
+/// gives no further thread, fewer do the same work. The threads hold back the signals that end or stop a program.
 class CB_EXPORT CWorkerPool {
 public:
     /// A job is told which thread runs it, from 0: two jobs with the same number never run at once.

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <future>
 #include <stdexcept>
 
@@ -30,6 +33,21 @@ TEST(WorkerPool, RunsAsManyJobsAtOnceAsItHasThreads) {
     }
     task::CreateTaskUtils()->WaitAll(tasks);
     EXPECT_EQ(begun, threads);
+}
+
+TEST(WorkerPool, ItsThreadsLeaveSignalsToTheProgram) {
+    sigset_t before;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &before);
+    CWorkerPool pool(2);
+    sigset_t inside;
+    pool.Submit([&](std::size_t) { ::pthread_sigmask(SIG_BLOCK, nullptr, &inside); })->Wait();
+    sigset_t after;
+    ::pthread_sigmask(SIG_BLOCK, nullptr, &after);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+        EXPECT_EQ(::sigismember(&inside, signal), 1) << signal;
+        EXPECT_EQ(::sigismember(&after, signal), ::sigismember(&before, signal)) << signal;
+    }
+    EXPECT_EQ(::sigismember(&inside, SIGSEGV), 0);
 }
 
 TEST(WorkerPool, RunsEveryJobOnANumberedThread) {

@@ -158,4 +158,34 @@ void posix_file_t::Sync() {
     }
 }
 
+namespace {
+
+/// Makes an entry in a folder last.
+void SyncFolderOf(const std::string& path) {
+    const std::size_t slash = path.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
+    const fd_t fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Some network file systems know no such thing for folders.
+    if (!fd || (::fsync(fd.Get()) != 0 && errno != EINVAL)) {
+        throw CPosixExc("sync", folder, errno);
+    }
+}
+
+}  // namespace
+
+void WriteNewFile(const std::string& path, std::span<const char> data) {
+    auto file = posix_file_t::OpenOrCreate4Write(path, true, 0);
+    try {
+        if (::fchmod(file.GetFd(), S_IRUSR | S_IWUSR) != 0) {
+            throw CPosixExc("set the mode of", path, errno);
+        }
+        file.Write(data);
+        file.Sync();
+        SyncFolderOf(path);
+    } catch (...) {
+        ::unlink(path.c_str());
+        throw;
+    }
+}
+
 }  // namespace posix

@@ -77,4 +77,8 @@ private:
     std::string path_;
 };
 
+/// Makes a file with these bytes, for its owner alone; one that exists is refused. Its bytes and its name are on the
+/// device when this returns, and nothing is left of it when this throws CPosixExc.
+CB_EXPORT void WriteNewFile(const std::string& path, std::span<const char> data);
+
 }  // namespace posix

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 #include <rapidcheck/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <limits>
 #include <string>
 #include <vector>
@@ -276,6 +278,36 @@ RC_GTEST_PROP(PosixFile, HoldsWhatAByteStringWouldHold, ()) {
         }
     }
     RC_ASSERT(ReadAll(dir / "file") == model);
+}
+
+TEST(WriteNewFile, MakesAFileForItsOwnerAlone) {
+    const test::TempDir dir;
+    posix::WriteNewFile(dir / "file", std::string("text"));
+    EXPECT_EQ(ReadAll(dir / "file"), "text");
+    struct stat info {};
+    ASSERT_EQ(::stat((dir / "file").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0600U);
+}
+
+TEST(WriteNewFile, LeavesAFileThatIsThereAlone) {
+    const test::TempDir dir;
+    posix::WriteNewFile(dir / "file", std::string("text"));
+    EXPECT_THROW(posix::WriteNewFile(dir / "file", std::string("other")), CPosixExc);
+    EXPECT_EQ(ReadAll(dir / "file"), "text");
+}
+
+TEST(WriteNewFile, LeavesNothingOfAFileThatCannotBeWrittenWhole) {
+    const test::TempDir dir;
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit small = before;
+    small.rlim_cur = 10;
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_THROW(posix::WriteNewFile(dir / "file", std::string(100, 'x')), CPosixExc);
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_NE(::access((dir / "file").c_str(), F_OK), 0);
 }
 
 }  // namespace

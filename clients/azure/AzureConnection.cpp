@@ -104,9 +104,7 @@ http::SHttpRequest CAzureConnection::Sign(const SRequest& request) const {
     signedRequest.body = request.body;
     signedRequest.target = request.target;
     signedRequest.signedAt = now;
-    if (request.target) {
-        signedRequest.maxAnswer = ~std::uint64_t{0};  // an object is as long as it is
-    }
+    signedRequest.range = request.range;
     return signedRequest;
 }
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +25,8 @@ struct SRequest {
     headers_t headers = {};
     http::buffer_ptr body = {};
     http::buffer_ptr target = {};
+    /// What a header "range" asks for.
+    std::optional<http::SByteRange> range = {};
 };
 
 /// Sends signed requests to one container. Safe from any thread. No result holds the shared access signature, whatever

@@ -18,7 +18,6 @@ using cloudclientlib::CCloudExc;
 using cloudclientlib::EFailure;
 
 constexpr long rangeNotSatisfiable = 416;
-constexpr long partialContent = 206;
 
 /// An answer that does not say what it must is a failure of the service, which may pass.
 template <class F>
@@ -62,11 +61,11 @@ void CheckCopied(const SPlace& place, const std::string& status) {
     }
 }
 
-/// Of a whole object.
-void CheckBytes(const SPlace& place, const http::SHttpAnswer& answer, const cnt::array_t<char>& bytes) {
+/// Of a whole object; `came` is the digest of its bytes.
+void CheckBytes(const SPlace& place, const http::SHttpAnswer& answer, const digest::md5_digest_t& came) {
     CheckCopied(place, answer.Header("x-ms-copy-status"));
     const auto md5 = ReadMd5(answer.Header("content-md5"));
-    if (md5 && digest::Md5(bytes) != *md5) {
+    if (md5 && came != *md5) {
         ThrowWrongBytes(place);
     }
 }
@@ -75,13 +74,6 @@ void CheckObject(const SPlace& place) {
     if (place.isRoot) {
         throw cloudclientlib::CObjectNotFoundExc(place.operation, place.path);
     }
-}
-
-void KeepRange(cnt::array_t<char>& whole, std::uint64_t offset, std::uint64_t size) {
-    const std::size_t begin = std::min<std::uint64_t>(offset, whole.size());
-    const std::size_t count = std::min<std::uint64_t>(size, whole.size() - begin);
-    std::copy_n(whole.data() + begin, count, whole.data());
-    whole.resize(count);
 }
 
 }  // namespace
@@ -146,7 +138,7 @@ void ReadWhole(CAzureConnection& connection, const SPlace& place, const http::bu
     request.target = buffer;
     const auto result = connection.Run(request);
     CheckSuccess(place.operation, place.path, result);
-    CheckBytes(place, result.answer, *buffer);
+    CheckBytes(place, result.answer, digest::Md5(*buffer));
 }
 
 void ReadRange(CAzureConnection& connection, const SPlace& place, std::uint64_t offset, std::uint64_t size,
@@ -159,10 +151,11 @@ void ReadRange(CAzureConnection& connection, const SPlace& place, std::uint64_t 
         buffer->clear();
         return;
     }
-    const std::uint64_t last = offset + std::min(size, largest) - 1;
     SRequest request;
     request.blob = place.name;
     request.target = buffer;
+    request.range = {offset, std::min(size, largest)};
+    const std::uint64_t last = offset + request.range->size - 1;
     request.headers.emplace_back("range", "bytes=" + std::to_string(offset) + "-" + std::to_string(last));
     if (!etag.empty()) {
         request.headers.emplace_back("if-match", etag);
@@ -174,11 +167,10 @@ void ReadRange(CAzureConnection& connection, const SPlace& place, std::uint64_t 
         return;
     }
     CheckSuccess(place.operation, place.path, result);
-    if (result.answer.status == partialContent) {
+    if (result.answer.wholeMd5) {  // the service sent the whole, as it may
+        CheckBytes(place, result.answer, *result.answer.wholeMd5);
+    } else {
         CheckCopied(place, result.answer.Header("x-ms-copy-status"));
-    } else {  // the service sent the whole, as it may
-        CheckBytes(place, result.answer, *buffer);
-        KeepRange(*buffer, offset, size);
     }
 }
 

@@ -250,9 +250,12 @@ bool CFakeServer::Answer(CChannel& channel, const SFakeRequest& request) {
     for (const auto& [name, value] : answer.headers) {
         text += name + ": " + value + "\r\n";
     }
-    text += "content-length: " + std::to_string(answer.claimedLength.value_or(answer.body.size())) + "\r\n\r\n";
+    if (!answer.unannounced) {
+        text += "content-length: " + std::to_string(answer.claimedLength.value_or(answer.body.size())) + "\r\n";
+    }
+    text += "\r\n";
     channel.Write(request.method == "HEAD" ? text : text + answer.body);
-    return !answer.close;
+    return !answer.close && !answer.unannounced;
 }
 
 }  // namespace clients::http

@@ -29,6 +29,8 @@ struct SFakeAnswer {
     std::string body = {};
     /// What the header says instead of the body's length.
     std::optional<std::size_t> claimedLength = {};
+    /// No header says the length: the connection's end does.
+    bool unannounced = false;
     /// The connection is closed after the answer.
     bool close = false;
     /// The connection is reset before a byte is sent.

@@ -9,6 +9,7 @@
 #include "clients/http/HttpDate.h"
 #include "clients/http/HttpTransfer.h"
 #include "common/exc.h"
+#include "common/signals.h"
 
 namespace clients::http {
 
@@ -57,6 +58,7 @@ public:
         curl_multi_setopt(multi_.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, connections);
         curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, connections);
         curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, CURLPIPE_NOTHING);
+        const posix::held_signals_t held;
         thread_ = std::thread([this] { Work(); });
     }
     CLoop(const CLoop&) = delete;

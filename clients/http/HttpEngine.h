@@ -6,15 +6,23 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "common/cnt.h"
+#include "common/digest.h"
 
 namespace clients::http {
 
 using buffer_ptr = std::shared_ptr<cnt::array_t<char>>;
+
+/// Bytes of an object.
+struct SByteRange {
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+};
 
 /// A request, complete: signed, with its body in memory.
 struct SHttpRequest {
@@ -25,7 +33,12 @@ struct SHttpRequest {
     std::shared_ptr<const cnt::array_t<char>> body = {};
     /// Where the bytes of a successful answer go (it is emptied first); the answer's own body when this is empty.
     buffer_ptr target = {};
-    /// More bytes than this are no answer to this request: it fails.
+    /// What the request's headers ask for, when that is a part: of a server that sends the whole object instead (200),
+    /// as it may, these bytes are kept and the others passed over; 1 MiB behind them the transfer is ended. A part
+    /// (206) with more bytes is no answer: it fails.
+    std::optional<SByteRange> range = {};
+    /// More bytes than this are no answer to this request: it fails. For the target it counts when the server does not
+    /// announce a length, and it needs no more than it announces.
     std::uint64_t maxAnswer = 64U << 20U;
     /// When it was signed, by the clock of who did; told again with the answer.
     std::chrono::system_clock::time_point signedAt = {};
@@ -35,10 +48,12 @@ struct SHttpRequest {
 struct SHttpAnswer {
     long status = 0;
     std::map<std::string, std::string> headers = {};
-    /// Of a failed request at most 64 KiB are kept.
+    /// Of a failed request at most 64 KiB are kept, and no more than 1 MiB taken.
     std::string body = {};
     /// The clock's epoch when the request was not signed.
     std::chrono::system_clock::time_point signedAt = {};
+    /// Of all bytes of an object that came whole though a range was asked for.
+    std::optional<digest::md5_digest_t> wholeMd5 = {};
     /// Set by who signed the request: what it was signed with is refused, and another attempt will be signed with other
     /// credentials.
     bool otherCredentials = false;

@@ -1,7 +1,9 @@
 #include "clients/http/HttpEngine.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <csignal>
 #include <fstream>
 #include <future>
 #include <mutex>
@@ -130,6 +132,19 @@ TEST(HttpEngine, FailuresOfTheNetworkMayBeTriedAgain) {
     }
 }
 
+TEST(HttpEngine, ItsThreadLeavesSignalsToTheProgram) {
+    CFakeServer server(&Echo);
+    sigset_t inside;
+    {
+        CHttpEngine engine({});
+        engine.Start(Get(server.GetEndpoint() + "/"),
+                     [&](const SHttpResult&) { ::pthread_sigmask(SIG_BLOCK, nullptr, &inside); });
+    }
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+        EXPECT_EQ(::sigismember(&inside, signal), 1) << signal;
+    }
+}
+
 TEST(HttpEngine, AnswersBearTheTimeOfTheSignature) {
     CFakeServer server(&Echo);
     CHttpEngine engine({});
@@ -148,6 +163,68 @@ TEST(HttpEngine, AnswersLongerThanAskedForAreRefused) {
     ASSERT_TRUE(result.failure);
     EXPECT_EQ(result.failure->text, "the answer is longer than 1000 bytes");
     EXPECT_FALSE(result.failure->retryable);
+}
+
+TEST(HttpEngine, AnObjectMayBeAsLongAsTheServerAnnounces) {
+    CFakeServer server([](const SFakeRequest& request) -> SFakeAnswer {
+        SFakeAnswer answer{200, {}, std::string(1001, 'x')};
+        answer.unannounced = request.target == "/unannounced";
+        return answer;
+    });
+    CHttpEngine engine({});
+    SHttpRequest request = Get(server.GetEndpoint() + "/");
+    request.maxAnswer = 1000;
+    request.target = std::make_shared<cnt::array_t<char>>();
+    EXPECT_FALSE(engine.Run(request).failure);
+    EXPECT_EQ(request.target->size(), 1001U);
+    request.url = server.GetEndpoint() + "/unannounced";
+    const auto result = engine.Run(request);
+    ASSERT_TRUE(result.failure);
+    EXPECT_EQ(result.failure->text, "the answer is longer than 1000 bytes");
+}
+
+/// What comes of the bytes of a range, asked for from a server that answers so.
+std::string RangeOf(const SFakeAnswer& answer, std::uint64_t offset, std::uint64_t size) {
+    CFakeServer server([&](const SFakeRequest&) { return answer; });
+    CHttpEngine engine({});
+    SHttpRequest request = Get(server.GetEndpoint() + "/");
+    request.range = {offset, size};
+    request.target = std::make_shared<cnt::array_t<char>>();
+    const auto result = engine.Run(request);
+    return result.failure ? result.failure->text : std::string(request.target->begin(), request.target->end());
+}
+
+TEST(HttpEngine, OfAWholeObjectTheRangeIsKept) {
+    const SFakeAnswer whole{200, {}, "0123456789"};
+    EXPECT_EQ(RangeOf(whole, 0, 3), "012");
+    EXPECT_EQ(RangeOf(whole, 4, 3), "456");
+    EXPECT_EQ(RangeOf(whole, 7, 3), "789");
+    EXPECT_EQ(RangeOf(whole, 8, 5), "89");
+    EXPECT_EQ(RangeOf(whole, 20, 5), "");
+}
+
+TEST(HttpEngine, BehindTheRangeNothingIsWaitedFor) {
+    SFakeAnswer endless{200, {}, std::string(3U << 20U, 'x') + "the end"};
+    endless.claimedLength = std::size_t{1} << 40U;
+    endless.body.replace(1U << 20U, 5, "range");
+    EXPECT_EQ(RangeOf(endless, 1U << 20U, 5), "range");
+}
+
+TEST(HttpEngine, APartWithMoreBytesThanAskedForIsRefused) {
+    EXPECT_EQ(RangeOf({206, {}, "0123456789"}, 4, 10), "0123456789");
+    EXPECT_EQ(RangeOf({206, {}, "0123456789!"}, 4, 10), "the answer is longer than 10 bytes");
+}
+
+TEST(HttpEngine, AFailedAnswerWithoutEndIsCutOff) {
+    CFakeServer server([](const SFakeRequest&) -> SFakeAnswer {
+        SFakeAnswer answer{500, {}, std::string(2U << 20U, 'x')};
+        answer.claimedLength = std::size_t{1} << 40U;
+        return answer;
+    });
+    const auto result = RunOnce(server.GetEndpoint() + "/");
+    ASSERT_FALSE(result.failure) << result.failure->text;
+    EXPECT_EQ(result.answer.status, 500);
+    EXPECT_EQ(result.answer.body.size(), 64U << 10U);
 }
 
 TEST(HttpEngine, OfFailedAnswersOnlySoMuchIsKept) {

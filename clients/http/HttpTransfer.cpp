@@ -11,6 +11,10 @@ namespace clients::http {
 namespace {
 
 constexpr std::size_t keptErrorBody = 64U << 10U;
+constexpr std::uint64_t mostErrorBody = 1U << 20U;
+/// Of what nobody asked for: to end the transfer costs a new connection.
+constexpr std::uint64_t mostBehindRange = 1U << 20U;
+constexpr long partialContent = 206;
 constexpr std::size_t mostHeaders = 200;
 constexpr long bufferSize = 256L << 10U;
 /// In bytes a second: a connection on which less moves is as good as dead, and a new one may not be.
@@ -55,7 +59,10 @@ CHttpTransfer::CHttpTransfer() : handle_(curl_easy_init()), errorText_(CURL_ERRO
 void CHttpTransfer::Prepare(SHttpRequest request, const SHttpOptions& options) {
     request_ = std::move(request);
     answer_ = {};
+    seen_ = 0;
     tooLarge_ = false;
+    isEnough_ = false;
+    wholeMd5_.reset();
     errorText_[0] = '\0';
     if (request_.target) {
         request_.target->clear();
@@ -145,32 +152,66 @@ std::size_t CHttpTransfer::TakeBody(const char* data, std::size_t size) {
     long status = 0;
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
     const bool success = status >= 200 && status < 300;
+    const std::uint64_t before = seen_;
+    seen_ += size;
+    const std::string_view bytes(data, size);
     if (!success) {
-        answer_.body.append(data, std::min(size, keptErrorBody - std::min(keptErrorBody, answer_.body.size())));
-        return size;
+        return TakeErrorBody(bytes);
     }
-    const std::size_t have = request_.target ? request_.target->size() : answer_.body.size();
-    if (size > request_.maxAnswer - std::min<std::uint64_t>(have, request_.maxAnswer)) {
-        tooLarge_ = true;
-        return 0;  // ends the transfer
+    if (before == 0 && request_.target) {
+        // Growing by doubling would touch, and copy, most of the body twice.
+        const auto announced = static_cast<std::uint64_t>(std::max<curl_off_t>(AnnouncedBytes(), 0));
+        request_.target->reserve(std::min({announced, MostBytes(), mostReserved}));
     }
-    if (request_.target) {
-        if (have == 0) {
-            ReserveAnnounced();
-        }
-        request_.target->insert(request_.target->end(), data, data + size);
-    } else {
-        answer_.body.append(data, size);
-    }
-    return size;
+    return request_.range && status != partialContent ? TakeOfWhole(bytes) : Take(bytes);
 }
 
-/// Growing by doubling would touch, and copy, most of the body twice.
-void CHttpTransfer::ReserveAnnounced() {
-    curl_off_t announced = 0;
-    if (curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) == CURLE_OK && announced > 0) {
-        request_.target->reserve(std::min({static_cast<std::uint64_t>(announced), request_.maxAnswer, mostReserved}));
+/// To take less than what came ends the transfer.
+std::size_t CHttpTransfer::TakeErrorBody(std::string_view data) {
+    answer_.body.append(data.substr(0, keptErrorBody - std::min(keptErrorBody, answer_.body.size())));
+    isEnough_ = seen_ > mostErrorBody;
+    return isEnough_ ? 0 : data.size();
+}
+
+std::size_t CHttpTransfer::TakeOfWhole(std::string_view data) {
+    const std::uint64_t begin = seen_ - data.size();
+    const std::uint64_t wanted = std::clamp(request_.range->offset, begin, seen_);
+    const std::uint64_t end = request_.range->offset + request_.range->size;
+    static_cast<void>(Take(data.substr(wanted - begin, std::clamp(end, wanted, seen_) - wanted)));
+    if (!wholeMd5_) {
+        wholeMd5_.emplace();
     }
+    wholeMd5_->Update(data);
+    isEnough_ = seen_ > end + mostBehindRange;
+    return isEnough_ ? 0 : data.size();
+}
+
+std::size_t CHttpTransfer::Take(std::string_view data) {
+    const std::size_t have = request_.target ? request_.target->size() : answer_.body.size();
+    if (data.size() > MostBytes() - std::min<std::uint64_t>(have, MostBytes())) {
+        tooLarge_ = true;
+        return 0;
+    }
+    if (request_.target) {
+        request_.target->insert(request_.target->end(), data.begin(), data.end());
+    } else {
+        answer_.body.append(data);
+    }
+    return data.size();
+}
+
+std::uint64_t CHttpTransfer::MostBytes() const {
+    if (request_.range) {
+        return request_.range->size;
+    }
+    const curl_off_t announced = request_.target ? AnnouncedBytes() : -1;
+    return announced < 0 ? request_.maxAnswer : static_cast<std::uint64_t>(announced);
+}
+
+curl_off_t CHttpTransfer::AnnouncedBytes() const {
+    curl_off_t announced = -1;
+    const auto code = curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    return code == CURLE_OK ? announced : -1;
 }
 
 void CHttpTransfer::TakeHeader(std::string line) {
@@ -190,7 +231,7 @@ void CHttpTransfer::TakeHeader(std::string line) {
 
 SHttpFailure CHttpTransfer::Describe(CURLcode code) const {
     if (tooLarge_) {
-        return {exc::Format("the answer is longer than %1 bytes", request_.maxAnswer), false};
+        return {exc::Format("the answer is longer than %1 bytes", MostBytes()), false};
     }
     const std::string detail = errorText_.substr(0, errorText_.find('\0'));
     return {detail.empty() ? curl_easy_strerror(code) : detail, MayPass(code)};
@@ -199,8 +240,11 @@ SHttpFailure CHttpTransfer::Describe(CURLcode code) const {
 SHttpResult CHttpTransfer::TakeResult(CURLcode code) {
     SHttpResult result;
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &answer_.status);
-    if (code != CURLE_OK) {
+    if (code != CURLE_OK && !isEnough_) {
         result.failure = std::make_shared<const SHttpFailure>(Describe(code));
+    }
+    if (wholeMd5_ && !isEnough_) {
+        answer_.wholeMd5 = wholeMd5_->Finish();
     }
     answer_.signedAt = request_.signedAt;
     result.answer = std::move(answer_);

@@ -4,8 +4,10 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "clients/http/HttpEngine.h"
+#include "common/md5_stream.h"
 
 namespace clients::http {
 
@@ -33,7 +35,13 @@ private:
     void SetHeaders();
     void SetBody();
     std::size_t TakeBody(const char* data, std::size_t size);
-    void ReserveAnnounced();
+    std::size_t TakeErrorBody(std::string_view data);
+    std::size_t TakeOfWhole(std::string_view data);
+    std::size_t Take(std::string_view data);
+    /// How much may come.
+    [[nodiscard]] std::uint64_t MostBytes() const;
+    /// Less than 0 when the server says nothing.
+    [[nodiscard]] curl_off_t AnnouncedBytes() const;
     void TakeHeader(std::string line);
     [[nodiscard]] SHttpFailure Describe(CURLcode code) const;
 
@@ -45,7 +53,10 @@ private:
     std::string errorText_;
     SHttpRequest request_;
     SHttpAnswer answer_;
+    std::optional<digest::CMd5> wholeMd5_;  // while a whole object comes instead of a range
+    std::uint64_t seen_ = 0;                // of the body, also what is not kept
     bool tooLarge_ = false;
+    bool isEnough_ = false;  // the transfer is ended by us, without failure
 };
 
 }  // namespace clients::http

@@ -13,7 +13,8 @@ constexpr const char* variable = "AZURE_STORAGE_CONNECTION_STRING";
     throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenLocation", "azure:", why});
 }
 
-azure::SAccount ReadAccount(const std::string& text) {
+azure::SAccount ReadAccount(std::string text) {
+    const crypto::erase_at_end_t erased(text);
     if (text.empty()) {
         Refuse(std::string("the environment variable ") + variable + " is not set");
     }

@@ -27,13 +27,14 @@ using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELoc
     throw CCloudExc({EFailure::other, false, "OpenLocation", shown, std::move(reason)});
 }
 
-std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode,
-                                            const SNetworkOptions& /*network*/) {
+std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     if (rest.empty()) {
         Refuse("dir:", "the folder's path is missing");
     }
-    return std::make_shared<CDirectoryClient>(
-        rest, mode == ELocation::createMissing ? ERoot::createMissing : ERoot::existing);
+    // A folder may lie behind a network, too; how it is reached is the system's matter.
+    return WithinLimits(std::make_shared<CDirectoryClient>(
+                            rest, mode == ELocation::createMissing ? ERoot::createMissing : ERoot::existing),
+                        network);
 }
 
 std::shared_ptr<ICloudClient> OpenS3(const std::string& rest, ELocation mode, const SNetworkOptions& network) {

@@ -16,7 +16,7 @@ enum class ELocation {
     createMissing,  ///< its outermost folder (or bucket) is made when it is missing
 };
 
-/// How a store behind a network is used.
+/// How a store is used; what is said of time and certificates counts for those behind a network.
 struct SNetworkOptions {
     /// At once.
     std::size_t connections = 16;

@@ -3,13 +3,16 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "clients/directory/DirectoryClient.h"
 #include "clients/directory/TestRoot.h"
 #include "cloudclientlib/CloudExc.h"
+#include "cloudclientlib/wrappers/LimitClient.h"
 
 namespace {
 
 using clients::ELocation;
 using clients::OpenLocation;
+using clients::SNetworkOptions;
 using clients::directory::CTestRoot;
 using cloudclientlib::CCloudExc;
 using cloudclientlib::EFailure;
@@ -51,6 +54,22 @@ TEST(ClientRegistry, PathThatBeginsWithASlashMayHoldAColon) {
 TEST(ClientRegistry, ColonFirstIsAPath) {
     EXPECT_EQ(RefusalOf(":nowhere-at-all"),
               "not found|OpenRoot ':nowhere-at-all': it or a folder above it does not exist");
+}
+
+TEST(ClientRegistry, FoldersAreUsedWithinLimitsToo) {
+    const CTestRoot root;
+    SNetworkOptions network;
+    const auto open = [&] { return OpenLocation(root.GetPath(), ELocation::existing, network); };
+    EXPECT_TRUE(std::dynamic_pointer_cast<clients::CDirectoryClient>(open()));
+    network.connections = 1;
+    EXPECT_EQ(open()->GetConcurrentTaskLimit(), 1U);
+    network.connections = 256;
+    EXPECT_TRUE(std::dynamic_pointer_cast<clients::CDirectoryClient>(open()));
+    network.bytesPerSecondUp = 1;
+    EXPECT_TRUE(std::dynamic_pointer_cast<cloudclientlib::CLimitClient>(open()));
+    network.bytesPerSecondUp = 0;
+    network.bytesPerSecondDown = 1;
+    EXPECT_TRUE(std::dynamic_pointer_cast<cloudclientlib::CLimitClient>(open()));
 }
 
 TEST(ClientRegistry, CreatesWhatIsMissingOnlyWhenAsked) {

@@ -19,14 +19,22 @@ void ApplyNetwork(const SNetworkOptions& network, http::SHttpOptions& options) {
     }
 }
 
+std::shared_ptr<cloudclientlib::ICloudClient> WithinLimits(std::shared_ptr<cloudclientlib::ICloudClient> client,
+                                                           const SNetworkOptions& network) {
+    const bool isNarrower = network.connections < client->GetConcurrentTaskLimit();
+    if (network.bytesPerSecondUp == 0 && network.bytesPerSecondDown == 0 && !isNarrower) {
+        return client;
+    }
+    return std::make_shared<cloudclientlib::CLimitClient>(
+        std::move(client), cloudclientlib::SLimits{isNarrower ? network.connections : 0, network.bytesPerSecondUp,
+                                                   network.bytesPerSecondDown});
+}
+
 std::shared_ptr<cloudclientlib::ICloudClient> OpenOverNetwork(
     const SNetworkOptions& network, const std::function<std::shared_ptr<cloudclientlib::ICloudClient>()>& open) {
     std::shared_ptr<cloudclientlib::ICloudClient> client;
     cloudclientlib::CRetryClient::Retry({}, [&] { client = open(); });
-    if (network.bytesPerSecondUp != 0 || network.bytesPerSecondDown != 0) {
-        client = std::make_shared<cloudclientlib::CLimitClient>(
-            client, cloudclientlib::SLimits{0, network.bytesPerSecondUp, network.bytesPerSecondDown});
-    }
+    client = WithinLimits(std::move(client), network);
     if (logging::Library().IsEnabled(logging::level_t::dbg)) {
         client = std::make_shared<cloudclientlib::CTraceClient>(client);
     }

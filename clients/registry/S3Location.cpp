@@ -38,6 +38,11 @@ std::string Required(const environment_t& environment, const char* name) {
     return value;
 }
 
+crypto::sec_bytes_t Keep(std::string secret) {
+    const crypto::erase_at_end_t erased(secret);
+    return {secret.begin(), secret.end()};
+}
+
 }  // namespace
 
 SS3Location ReadS3Location(const std::string& address, const environment_t& environment) {
@@ -57,9 +62,8 @@ SS3Location ReadS3Location(const std::string& address, const environment_t& envi
 
     s3::SCredentials credentials;
     credentials.accessKeyId = Required(environment, "AWS_ACCESS_KEY_ID");
-    const std::string secret = Required(environment, "AWS_SECRET_ACCESS_KEY");
-    credentials.secretAccessKey.assign(secret.begin(), secret.end());
-    credentials.sessionToken = environment("AWS_SESSION_TOKEN");
+    credentials.secretAccessKey = Keep(Required(environment, "AWS_SECRET_ACCESS_KEY"));
+    credentials.sessionToken = Keep(environment("AWS_SESSION_TOKEN"));
     location.credentials = std::make_shared<s3::CStaticCredentials>(std::move(credentials));
     return location;
 }

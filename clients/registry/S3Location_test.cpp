@@ -44,7 +44,7 @@ TEST(S3Location, IsAnAddressAndTheEnvironment) {
     const auto credentials = location.credentials->Get();
     EXPECT_EQ(credentials->accessKeyId, "id");
     EXPECT_EQ(std::string(credentials->secretAccessKey.begin(), credentials->secretAccessKey.end()), "secret");
-    EXPECT_EQ(credentials->sessionToken, "token");
+    EXPECT_EQ(std::string(credentials->sessionToken.begin(), credentials->sessionToken.end()), "token");
 }
 
 TEST(S3Location, RegionsHaveAnOrder) {

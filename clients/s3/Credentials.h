@@ -8,13 +8,14 @@
 
 namespace clients::s3 {
 
-/// What requests are signed with. The secret is erased when it is let go.
+/// What requests are signed with. The secrets are erased when they are let go; what a request is made of
+/// holds the token in plain, as it is sent.
 struct SCredentials {
     std::string accessKeyId;
     /// A secret.
     crypto::sec_bytes_t secretAccessKey;
     /// A secret; empty for keys that do not expire.
-    std::string sessionToken;
+    crypto::sec_bytes_t sessionToken;
 };
 
 /// What a service says when it refuses a request.

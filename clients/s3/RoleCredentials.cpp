@@ -13,6 +13,8 @@ namespace clients::s3 {
 namespace {
 
 constexpr auto renewBefore = std::chrono::minutes(5);
+/// After a renewal that failed: every request would wait for a service that does not answer.
+constexpr auto renewalPause = std::chrono::seconds(30);
 constexpr const char* rolesPath = "/latest/meta-data/iam/security-credentials/";
 
 /// The service is on the machine or beside it: it answers at once, or is not there.
@@ -29,6 +31,17 @@ std::string Text(const nlohmann::json& document, const char* name) {
     return found != document.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
+/// Also the document's own copy is erased.
+crypto::sec_bytes_t TakeSecret(nlohmann::json& document, const char* name) {
+    const auto found = document.find(name);
+    if (found == document.end() || !found->is_string()) {
+        return {};
+    }
+    auto& text = found->get_ref<std::string&>();
+    const crypto::erase_at_end_t erased(text);
+    return {text.begin(), text.end()};
+}
+
 struct SRoleAnswer {
     SCredentials credentials;
     std::chrono::system_clock::time_point expiry;
@@ -36,7 +49,7 @@ struct SRoleAnswer {
 
 /// What stands in the document is a secret, so that a failure does not tell it.
 SRoleAnswer ReadAnswer(const std::string& text) {
-    const auto document = nlohmann::json::parse(text, nullptr, false);
+    auto document = nlohmann::json::parse(text, nullptr, false);
     if (!document.is_object()) {
         throw exc::CRuntimeExc("the instance-metadata service's answer is no JSON object");
     }
@@ -45,11 +58,10 @@ SRoleAnswer ReadAnswer(const std::string& text) {
     }
     SRoleAnswer answer;
     answer.credentials.accessKeyId = Text(document, "AccessKeyId");
-    const std::string secret = Text(document, "SecretAccessKey");
-    answer.credentials.secretAccessKey.assign(secret.begin(), secret.end());
-    answer.credentials.sessionToken = Text(document, "Token");
+    answer.credentials.secretAccessKey = TakeSecret(document, "SecretAccessKey");
+    answer.credentials.sessionToken = TakeSecret(document, "Token");
     answer.expiry = ParseTime(Text(document, "Expiration"));
-    if (answer.credentials.accessKeyId.empty() || secret.empty() ||
+    if (answer.credentials.accessKeyId.empty() || answer.credentials.secretAccessKey.empty() ||
         answer.expiry == std::chrono::system_clock::time_point()) {
         throw exc::CRuntimeExc(
             "the instance-metadata service's answer lacks 'AccessKeyId', 'SecretAccessKey' or 'Expiration'");
@@ -78,7 +90,7 @@ CRoleCredentials::CRoleCredentials(std::string host, std::string role, clock_t c
 std::shared_ptr<const SCredentials> CRoleCredentials::Get() {
     const std::lock_guard renewal(renewal_);
     const auto now = clock_();
-    if (AreGoodAt(now + renewBefore)) {
+    if (AreGoodAt(now + renewBefore) || (now < nextTry_ && AreGoodAt(now))) {
         return current_;
     }
     try {
@@ -90,6 +102,7 @@ std::shared_ptr<const SCredentials> CRoleCredentials::Get() {
             }
             exc::RegenTraceExc(failure, "Cannot get the credentials of role '%1'", role_);
         }
+        nextTry_ = now + renewalPause;
         logging::Library().Warn("The credentials of role '%1' cannot be renewed yet: %2", role_, failure.what());
     }
     return current_;
@@ -119,7 +132,9 @@ void CRoleCredentials::Renew() {
     if (role.empty()) {
         throw exc::CRuntimeExc("the machine has no role");
     }
-    auto answer = ReadAnswer(Ask(rolesPath + http::UriEncode(role, false), token));
+    std::string text = Ask(rolesPath + http::UriEncode(role, false), token);
+    const crypto::erase_at_end_t erased(text);
+    auto answer = ReadAnswer(text);
     const std::lock_guard lock(mutex_);
     wasDoubted_ = wasDoubted_ && AreSame(answer.credentials, *current_);
     current_ = std::make_shared<const SCredentials>(std::move(answer.credentials));
@@ -147,11 +162,11 @@ std::string CRoleCredentials::Ask(const std::string& path, const std::string& to
     if (!token.empty()) {
         request.headers = {{"x-aws-ec2-metadata-token", token}};
     }
-    const auto result = engine_.Run(std::move(request));
+    auto result = engine_.Run(std::move(request));
     if (result.failure || !result.answer.IsSuccess()) {
         Fail(path, result);
     }
-    return result.answer.body;
+    return std::move(result.answer.body);
 }
 
 void CRoleCredentials::Fail(const std::string& path, const http::SHttpResult& result) const {

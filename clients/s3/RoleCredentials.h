@@ -16,9 +16,9 @@ namespace clients::s3 {
 /// knows no tokens.
 ///
 /// They are kept and renewed five minutes before they expire, or when the store refuses them; for a refusal that does
-/// not say whether it is for the credentials, once. While a renewal fails, those that still hold are used.
-/// What may pass (the service does not answer, or is busy) is thrown as a CCloudExc that says so, else
-/// exc::CRuntimeExc. Safe from any thread: while one asks, the others wait.
+/// not say whether it is for the credentials, once. While a renewal fails, those that still hold are used, and the
+/// service is asked every 30 seconds. What may pass (the service does not answer, or is busy) is thrown as a CCloudExc
+/// that says so, else exc::CRuntimeExc. Safe from any thread: while one asks, the others wait.
 class CRoleCredentials : public ICredentials {
 public:
     using clock_t = std::function<std::chrono::system_clock::time_point()>;
@@ -42,8 +42,9 @@ private:
     const clock_t clock_;
     http::CHttpEngine engine_;
 
-    std::mutex renewal_;  // held while the service is asked; taken before mutex_
-    std::mutex mutex_;    // never held for long: a refusal is told by the thread that moves all data
+    std::mutex renewal_;                             // held while the service is asked; taken before mutex_
+    std::chrono::system_clock::time_point nextTry_;  // guarded by renewal_
+    std::mutex mutex_;  // never held for long: a refusal is told by the thread that moves all data
     std::shared_ptr<const SCredentials> current_;   // written under both, read under either
     std::chrono::system_clock::time_point expiry_;  // guarded by mutex_
     bool wasRefused_ = false;                       // guarded by mutex_

@@ -71,7 +71,7 @@ TEST_F(RoleCredentials, ComeByAToken) {
     const auto got = credentials.Get();
     EXPECT_EQ(got->accessKeyId, "key-1");
     EXPECT_EQ(std::string(got->secretAccessKey.begin(), got->secretAccessKey.end()), "secret");
-    EXPECT_EQ(got->sessionToken, "session");
+    EXPECT_EQ(std::string(got->sessionToken.begin(), got->sessionToken.end()), "session");
 }
 
 TEST_F(RoleCredentials, ComeWithoutATokenWhereNoneIsKnown) {
@@ -99,6 +99,25 @@ TEST_F(RoleCredentials, AreUsedWhileTheyHoldThoughTheServiceIsDown) {
     now = ParseTime("2026-01-01T12:00:00Z");
     EXPECT_EQ(FailureOf(credentials), "GetCredentials 'backup': the instance-metadata service at http://" +
                                           server.GetHost() + " gives no '/latest/api/token': HTTP 503");
+    isDown = false;
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-2");
+}
+
+TEST_F(RoleCredentials, AServiceThatIsDownIsNotAskedForEveryRequest) {
+    auto credentials = Make();
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
+    isDown = true;
+    now = ParseTime("2026-01-01T11:56:00Z");
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
+    const std::size_t asked = server.GetRequests();
+    now += std::chrono::seconds(29);
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
+    EXPECT_EQ(server.GetRequests(), asked);
+    now += std::chrono::seconds(1);
+    EXPECT_EQ(credentials.Get()->accessKeyId, "key-1");
+    EXPECT_EQ(server.GetRequests(), asked + 1);
+    // Refused ones are no good: the service is asked at once.
+    EXPECT_TRUE(credentials.Refused(*credentials.Get(), ERefusal::ofCredentials));
     isDown = false;
     EXPECT_EQ(credentials.Get()->accessKeyId, "key-2");
 }

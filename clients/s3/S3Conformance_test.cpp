@@ -34,7 +34,7 @@ std::string Environment(const char* name) {
 std::shared_ptr<s3::ICredentials> Credentials() {
     const std::string secret = Environment("S3_TEST_SECRET");
     return std::make_shared<s3::CStaticCredentials>(
-        s3::SCredentials{Environment("S3_TEST_KEY"), {secret.begin(), secret.end()}, ""});
+        s3::SCredentials{Environment("S3_TEST_KEY"), {secret.begin(), secret.end()}, {}});
 }
 
 s3::SBucket Bucket() { return {Environment("S3_TEST_ENDPOINT"), Environment("S3_TEST_REGION"), "conformance", false}; }

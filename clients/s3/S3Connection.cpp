@@ -87,7 +87,8 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentia
     parts.headers.emplace_back("x-amz-date", date);
     parts.headers.emplace_back("x-amz-content-sha256", parts.payloadHash);
     if (!credentials.sessionToken.empty()) {
-        parts.headers.emplace_back("x-amz-security-token", credentials.sessionToken);
+        parts.headers.emplace_back("x-amz-security-token",
+                                   std::string(credentials.sessionToken.begin(), credentials.sessionToken.end()));
     }
 
     http::SHttpRequest signedRequest;
@@ -99,9 +100,7 @@ http::SHttpRequest CS3Connection::Sign(const SRequest& request, const SCredentia
     signedRequest.body = request.body;
     signedRequest.target = request.target;
     signedRequest.signedAt = now;
-    if (request.target) {
-        signedRequest.maxAnswer = ~std::uint64_t{0};  // an object is as long as it is
-    }
+    signedRequest.range = request.range;
     return signedRequest;
 }
 

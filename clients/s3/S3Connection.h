@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,8 @@ struct SRequest {
     std::vector<std::pair<std::string, std::string>> headers = {};
     http::buffer_ptr body = {};
     http::buffer_ptr target = {};
+    /// What a header "range" asks for.
+    std::optional<http::SByteRange> range = {};
 };
 
 /// Sends signed requests to one bucket. Safe from any thread.

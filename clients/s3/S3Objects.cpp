@@ -31,13 +31,6 @@ auto Reading(const SPlace& place, const F& read) {
     }
 }
 
-void KeepRange(cnt::array_t<char>& whole, std::uint64_t offset, std::uint64_t size) {
-    const std::size_t begin = std::min<std::uint64_t>(offset, whole.size());
-    const std::size_t count = std::min<std::uint64_t>(size, whole.size() - begin);
-    std::copy_n(whole.data() + begin, count, whole.data());
-    whole.resize(count);
-}
-
 /// XML can carry no other control characters.
 bool FitsXml(const std::string& key) {
     return std::none_of(key.begin(), key.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
@@ -127,10 +120,11 @@ void ReadRange(CS3Connection& connection, const SPlace& place, std::uint64_t off
         buffer->clear();
         return;
     }
-    const std::uint64_t last = offset + std::min(size, largest) - 1;
     SRequest request;
     request.key = place.key;
     request.target = buffer;
+    request.range = {offset, std::min(size, largest)};
+    const std::uint64_t last = offset + request.range->size - 1;
     request.headers.emplace_back("range", "bytes=" + std::to_string(offset) + "-" + std::to_string(last));
     if (!etag.empty()) {
         request.headers.emplace_back("if-match", etag);
@@ -141,10 +135,6 @@ void ReadRange(CS3Connection& connection, const SPlace& place, std::uint64_t off
         return;
     }
     CheckSuccess(place.operation, place.path, result);
-    constexpr long partialContent = 206;
-    if (result.answer.status != partialContent) {  // the service sent the whole, as it may
-        KeepRange(*buffer, offset, size);
-    }
 }
 
 namespace {

@@ -84,8 +84,8 @@ protected:
     std::deque<SFakeAnswer> answers;
     std::vector<SFakeRequest> requests;
     std::shared_ptr<cnt::array_t<char>> buffer = std::make_shared<cnt::array_t<char>>();
-    std::shared_ptr<CCredentials> credentials =
-        std::make_shared<CCredentials>(s3::SCredentials{"KEY", {secret, secret + std::strlen(secret)}, sessionToken});
+    std::shared_ptr<CCredentials> credentials = std::make_shared<CCredentials>(s3::SCredentials{
+        "KEY", {secret, secret + std::strlen(secret)}, {sessionToken, sessionToken + std::strlen(sessionToken)}});
     CFakeServer server{[this](const SFakeRequest& request) { return Answer(request); }};
 };
 

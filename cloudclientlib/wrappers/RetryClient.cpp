@@ -85,11 +85,17 @@ public:
     void Try(const IInterceptor::run_t& attempt);
 
 private:
+    /// How long attempts take until one failed: all of them, and those behind the first one, which the deadline is for.
+    struct SSpent {
+        nanoseconds all;
+        nanoseconds failing;
+    };
+
     /// Whether there is time for another attempt after the `made`-th failed, and how long to wait before it.
-    [[nodiscard]] std::optional<nanoseconds> PauseAfter(const CCloudExc& failure, unsigned made, nanoseconds spent);
+    [[nodiscard]] std::optional<nanoseconds> PauseAfter(const CCloudExc& failure, unsigned made, const SSpent& spent);
     [[nodiscard]] nanoseconds Backoff(unsigned made);
     /// To be called in the handler of the failure.
-    [[noreturn]] void GiveUp(const CCloudExc& failure, unsigned made, nanoseconds spent) const;
+    [[noreturn]] void GiveUp(const CCloudExc& failure, unsigned made, const SSpent& spent) const;
 
     const SRetryOptions options_;
 };
@@ -122,6 +128,7 @@ private:
 
 void CRetryClient::CAttempts::Try(const IInterceptor::run_t& attempt) {
     const nanoseconds begin = options_.timer->Now();
+    std::optional<nanoseconds> firstFailure;
     for (unsigned made = 1;; ++made) {
         std::optional<nanoseconds> pause;
         try {
@@ -131,7 +138,9 @@ void CRetryClient::CAttempts::Try(const IInterceptor::run_t& attempt) {
             if (!failure.IsRetryable()) {
                 throw;
             }
-            const nanoseconds spent = options_.timer->Now() - begin;
+            const nanoseconds now = options_.timer->Now();
+            const SSpent spent{now - begin, now - firstFailure.value_or(now)};
+            firstFailure = now - spent.failing;
             pause = PauseAfter(failure, made, spent);
             if (!pause) {
                 GiveUp(failure, made, spent);
@@ -144,12 +153,12 @@ void CRetryClient::CAttempts::Try(const IInterceptor::run_t& attempt) {
 }
 
 std::optional<nanoseconds> CRetryClient::CAttempts::PauseAfter(const CCloudExc& failure, unsigned made,
-                                                               nanoseconds spent) {
+                                                               const SSpent& spent) {
     if (made >= options_.attempts) {
         return std::nullopt;
     }
     const nanoseconds pause = std::max<nanoseconds>(Backoff(made), Sane(failure.GetRetryAfter()));
-    return spent + pause > options_.deadline ? std::nullopt : std::optional(pause);
+    return spent.failing + pause > options_.deadline ? std::nullopt : std::optional(pause);
 }
 
 nanoseconds CRetryClient::CAttempts::Backoff(unsigned made) {
@@ -162,14 +171,14 @@ nanoseconds CRetryClient::CAttempts::Backoff(unsigned made) {
     return nanoseconds(static_cast<nanoseconds::rep>(share * static_cast<double>(most.count())));
 }
 
-void CRetryClient::CAttempts::GiveUp(const CCloudExc& failure, unsigned made, nanoseconds spent) const {
+void CRetryClient::CAttempts::GiveUp(const CCloudExc& failure, unsigned made, const SSpent& spent) const {
     if (typeid(failure) != typeid(CCloudExc)) {
         throw;
     }
-    std::string remark =
-        exc::Format(made == 1 ? "(after %1 attempt over %2" : "(after %1 attempts over %2", made, DurationText(spent));
+    std::string remark = exc::Format(made == 1 ? "(after %1 attempt over %2" : "(after %1 attempts over %2", made,
+                                     DurationText(spent.all));
     if (const auto asked = Sane(failure.GetRetryAfter());
-        asked > asked.zero() && made < options_.attempts && spent + asked > options_.deadline) {
+        asked > asked.zero() && made < options_.attempts && spent.failing + asked > options_.deadline) {
         remark += exc::Format("; the service asks to wait %1", DurationText(asked));
     }
     throw failure.WithRemark(remark + ')');

@@ -16,7 +16,8 @@ struct SRetryOptions {
     /// The first pause is up to `base` long, each further one up to twice as long as the one before, none over `cap`.
     std::chrono::milliseconds base{200};
     std::chrono::milliseconds cap{20'000};
-    /// For one operation as a whole, from its first attempt: none begins later.
+    /// For one operation, from its first failure: no attempt begins later. How long the first one takes does not count:
+    /// an upload over a slow line, or within a limit, is not less worth for it.
     std::chrono::milliseconds deadline{180'000};
     /// Empty for the system's.
     std::shared_ptr<ITimer> timer = nullptr;

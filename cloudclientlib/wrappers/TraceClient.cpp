@@ -1,5 +1,6 @@
 #include "cloudclientlib/wrappers/TraceClient.h"
 
+#include <algorithm>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -80,6 +81,8 @@ public:
     [[nodiscard]] STraceTotals GetTotals() const;
     /// Waits for all tasks and ends the threads.
     void Drain() { pool_.reset(); }
+    /// A line for each kind of call.
+    void LogTotals() const noexcept;
 
 private:
     /// Does work of a call that began at `begin` and notes its failure.
@@ -180,6 +183,18 @@ STraceTotals CTraceClient::CTracer::GetTotals() const {
     return totals_;
 }
 
+void CTraceClient::CTracer::LogTotals() const noexcept {
+    try {
+        const std::string text = section.IsEnabled(logging::level_t::dbg) ? GetTotals().ToAStr() : std::string();
+        for (std::size_t begin = 0; begin < text.size();) {
+            const std::size_t end = std::min(text.find('\n', begin), text.size());
+            section.Dbg("in all: %1", text.substr(begin, end - begin));
+            begin = end + 1;
+        }
+    } catch (const std::exception&) {  // there is no memory for a line of the log
+    }
+}
+
 std::uint64_t CTraceClient::CTracer::Watch(const SInterceptedCall& call, nanoseconds begin, const work_t& work) {
     try {
         return work();
@@ -262,7 +277,10 @@ CTraceClient::CTraceClient(std::shared_ptr<ICloudClient> inner, std::shared_ptr<
 CTraceClient::CTraceClient(std::shared_ptr<ICloudClient> inner, std::shared_ptr<CTracer> tracer)
     : CInterceptingClient(std::move(inner), tracer), tracer_(std::move(tracer)) {}
 
-CTraceClient::~CTraceClient() { tracer_->Drain(); }
+CTraceClient::~CTraceClient() {
+    tracer_->Drain();
+    tracer_->LogTotals();
+}
 
 STraceTotals CTraceClient::GetTotals() const { return tracer_->GetTotals(); }
 

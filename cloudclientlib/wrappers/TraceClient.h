@@ -39,7 +39,8 @@ struct STraceTotals {
 /// A client that writes down what the one inside is asked and how long it takes.
 ///
 /// Each call is one line at dbg level when it is done, with its duration and, for transfers, its bytes, or with the
-/// text of its failure; the calls of streams too. The totals are kept at any level. Paths stand in the lines, content
+/// text of its failure; the calls of streams too. The totals are kept at any level, and logged at dbg level when the
+/// client ends, a line for each kind of call. Paths stand in the lines, content
 /// does not.
 ///
 /// Asynchronous operations are begun in the caller's thread, and may throw from there; a thread of this client, of as

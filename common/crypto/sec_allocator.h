@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 
 #include "common/cnt.h"
 #include "common/util.h"
@@ -32,5 +33,18 @@ public:
 
 /// Bytes that are erased when they are let go.
 using sec_bytes_t = cnt::array_t<char, sec_allocator_t<char>>;
+
+/// Erases a text when it is let go itself: for secrets that others give as plain strings. The text outlives it, and is
+/// neither moved nor made longer meanwhile.
+class erase_at_end_t {
+public:
+    explicit erase_at_end_t(std::string& text) : text_(text) {}
+    erase_at_end_t(const erase_at_end_t&) = delete;
+    erase_at_end_t& operator=(const erase_at_end_t&) = delete;
+    ~erase_at_end_t() { util::SecureErase(text_.data(), text_.size()); }
+
+private:
+    std::string& text_;
+};
 
 }  // namespace crypto

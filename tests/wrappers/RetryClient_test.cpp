@@ -153,6 +153,20 @@ TEST_F(CRetryClientTest, AttemptAtTheDeadlineIsMade) {
     EXPECT_EQ(SizeFailure(99, options), "GetFileSize 'object': busy (after 4 attempts over 7 s)");
 }
 
+TEST_F(CRetryClientTest, ASlowFirstAttemptLeavesTimeForOthers) {
+    options.base = 1s;
+    options.deadline = 10s;
+    CRetryClient client(Failing(99,
+                                [this](const auto&) {
+                                    timer->Advance(calls == 1 ? std::chrono::nanoseconds(1h) : 0ns);
+                                    throw CCloudExc(busy);
+                                }),
+                        options);
+    EXPECT_EQ(MessageOf([&] { client.GetFileSize("object"); }),
+              "GetFileSize 'object': busy (after 4 attempts over 3607 s)");
+    EXPECT_THAT(timer->GetWaits(), ElementsAre(1s, 2s, 4s));
+}
+
 TEST_F(CRetryClientTest, SlowAttemptsCountAgainstTheDeadline) {
     options.base = 0ms;
     options.deadline = 60s;
@@ -163,7 +177,7 @@ TEST_F(CRetryClientTest, SlowAttemptsCountAgainstTheDeadline) {
                                 }),
                         options);
     EXPECT_EQ(MessageOf([&] { client.GetFileSize("object"); }),
-              "GetFileSize 'object': busy (after 3 attempts over 75 s)");
+              "GetFileSize 'object': busy (after 4 attempts over 100 s)");
 }
 
 TEST_F(CRetryClientTest, WaitsAsLongAsTheServiceAsks) {

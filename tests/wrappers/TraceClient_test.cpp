@@ -136,7 +136,20 @@ TEST_F(CTraceClientTest, TasksLetGoAreNotedBeforeTheClientIsGone) {
     EXPECT_EQ(destroyed.wait_for(0s), std::future_status::timeout);
     gate->Open();
     destroyed.get();
-    EXPECT_THAT(Lines(), ElementsAre("UploadFile 'b': 5 bytes in 0 ms"));
+    EXPECT_THAT(Lines(),
+                ElementsAre("UploadFile 'b': 5 bytes in 0 ms", "in all: UploadFile: calls 1, bytes up 5, time 0 ms"));
+}
+
+TEST_F(CTraceClientTest, TheEndTellsTheTotalsOnce) {
+    auto traced = std::make_unique<CTraceClient>(store, timer);
+    traced->UploadFileAsync("b", Share("01234"))->Wait();
+    EXPECT_THROW(traced->GetFileSize("missing"), CObjectNotFoundExc);
+    ASSERT_EQ(Lines().size(), 2U);
+    traced.reset();
+    const auto lines = Lines();
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_EQ(lines[2], "in all: UploadFile: calls 1, bytes up 5, time 0 ms");
+    EXPECT_EQ(lines[3], "in all: GetFileSize: calls 1, failed 1, time 0 ms");
 }
 
 TEST_F(CTraceClientTest, TasksAndStreamsOutliveTheClient) {
