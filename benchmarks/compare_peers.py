@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Measures the agent beside its peers on the same machine in the same run, and prints a table.
 
-compare_peers.py PROGRAM [--folder DIR] [--rounds N] [--scale N] [--only NAME]... [--corpus small|large]...
+compare_peers.py PROGRAM [--folder DIR] [--rounds N] [--scale N] [--only NAME]... [--corpus small|large|million]...
 
 For each corpus (corpora.py): first backup, a second one of the unchanged source, a third one of the edited source with the bytes
 that it adds, restore of everything and of one file, check with all data, and forgetting all but the last checkpoint with what only
 the others needed. Tools: cloudbackup (PROGRAM), restic and borg (Debian's packages), each with encryption and compression on and a
-repository in a folder. The source is read once before; the tools take turns; every figure is the median of the rounds, memory the
+repository in a folder; and "floor", what plain tools take on this machine for the least of the same work: tar through zstd -3 with a
+thread a core, looking at every file's size and times, copying, SHA-256 of what the first tool stored. The source is read once before; the tools take turns; every figure is the median of the rounds, memory the
 highest peak. Small files are not deleted before the end: files made soon after many were deleted take up to four times as long.
-With the full size and three rounds that is about 30 GB.
+With the full size and three rounds that is about 30 GB. The million files are for memory, and take as much again.
 """
 import argparse
 import multiprocessing
@@ -116,6 +117,41 @@ class Borg(Agent):
         return [self.run("prune", "--keep-last", "1"), self.run("compact")]
 
 
+class Floor(Agent):
+    name = "floor"
+
+    def __init__(self):
+        super().__init__("sh")
+
+    def environment(self, place):
+        return {"PLACE": f"{place}"}
+
+    def shell(self, script, *arguments):
+        return ["sh", "-c", script, "sh", *arguments]
+
+    def init(self):
+        return self.shell('mkdir "$PLACE/repository"')
+
+    def backup(self, source, number):
+        if number == 1:
+            return self.shell('tar -cf - "$1" 2>"$PLACE/said" | zstd -q -3 -T0 >"$PLACE/repository/1"', source)
+        if number == 2:
+            return self.shell('find "$1" -size +0 -newermt now', source)
+        return self.shell('cp -r "$1" "$PLACE/repository/3"', source)
+
+    def restore(self, target, number):
+        return self.shell('mkdir -p "$1" && cp -a "$PLACE/repository/3" "$1"', target)
+
+    def restore_one(self, path, target):
+        return self.shell('mkdir "$2" && cp "$1" "$2"', path, target)
+
+    def check(self):
+        return [self.shell('find "$PLACE/../cloudbackup/repository" -type f -print0 | xargs -0 -P 0 -n 64 sha256sum >"$PLACE/sums"')]
+
+    def forget(self):
+        return [self.shell("true")]
+
+
 def apart(function, *arguments):
     """Calls it in a process of its own: what is started later counts this process' peak of memory as its own."""
     process = multiprocessing.Process(target=function, args=arguments)
@@ -183,10 +219,12 @@ class Round:
                            stderr=subprocess.DEVNULL)
         self.backup("first backup", 1)
         self.backup("unchanged backup", 2)
-        apart(corpora.edit_small if self.corpus.name == "small" else corpora.edit_large, self.source)
+        apart(corpora.EDIT[self.corpus.name], self.source)
         self.backup("edited backup", 3)
         self.each("restore", lambda tool, place: [tool.restore(place / "restored", 3)])
         for tool in self.tools:
+            if tool.name == "floor":
+                continue
             check_same(str(self.source), f"{self.places[tool.name]}/restored{self.source}")
         one = sorted(path for path in self.source.rglob("*") if path.is_file())[-1]
         self.each("one file", lambda tool, place: [tool.restore_one(one, place / "one")])
@@ -213,9 +251,9 @@ def main():
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--scale", type=int, default=1, help="an N-th of the full size")
     parser.add_argument("--only", action="append", help="just this tool")
-    parser.add_argument("--corpus", action="append", choices=("small", "large"))
+    parser.add_argument("--corpus", action="append", choices=corpora.MAKE, help="(default: small and large)")
     options = parser.parse_args()
-    tools = [tool for tool in (Agent(os.path.abspath(options.program)), Restic(), Borg())
+    tools = [tool for tool in (Agent(os.path.abspath(options.program)), Restic(), Borg(), Floor())
              if not options.only or tool.name in options.only]
     with tempfile.TemporaryDirectory(dir=options.folder) as folder:
         work = pathlib.Path(folder)
@@ -224,7 +262,7 @@ def main():
         print("|---|---|---|---:|---:|---:|", flush=True)
         for name in options.corpus or ("small", "large"):
             corpus = work / name
-            apart(corpora.make_small if name == "small" else corpora.make_large, corpus, options.scale)
+            apart(corpora.MAKE[name], corpus, options.scale)
             rounds = []
             for number in range(options.rounds):
                 place = work / f"{name}-{number}"

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """The trees that the agent and its peers are measured on; the same bytes for the same scale, wherever they are made.
 
-corpora.py FOLDER [--scale N]      makes FOLDER/small and FOLDER/large, an N-th of the full size
+corpora.py FOLDER NAME [--scale N]      makes FOLDER/NAME, an N-th of the full size
 
 small   50,000 source-like files of 1 to 20 KiB, a hundred in a folder (350 MB)
 large   1 GiB of random bytes, 1 GiB of text, a 1 GiB disk image of which two fifths of the pages are zeros
+million 1,000,000 files of a line each, a thousand in a folder, for what a file costs in memory
 
-edit_small and edit_large turn them into their second generation.
+EDIT has what turns them into their second generation.
 """
 import argparse
 import itertools
@@ -91,6 +92,7 @@ def make_large(folder, scale=1):
 def edit_small(folder):
     """One file in a hundred gets a line, one in a thousand goes, one in a thousand is new."""
     generator = random.Random(4)
+    text = Text(5)
     for number, path in enumerate(sorted(folder.rglob("*.c"))):
         if number % 100 == 0:
             content = path.read_bytes()
@@ -99,7 +101,7 @@ def edit_small(folder):
         elif number % 1000 == 1:
             path.unlink()
         elif number % 1000 == 2:
-            (path.parent / f"new{number}.c").write_bytes(Text(number).make(5000))
+            (path.parent / f"new{number}.c").write_bytes(text.make(5000))
 
 
 def edit_large(folder):
@@ -117,13 +119,25 @@ def edit_large(folder):
             file.write(b"inserted bytes" + rest)
 
 
+def make_million(folder, scale=1):
+    for number in range(1000000 // scale):
+        path = folder / f"d{number // 1000:03}" / f"a file with the number {number}.c"
+        if number % 1000 == 0:
+            path.parent.mkdir(parents=True)
+        path.write_text(f"this is {number}\n")
+
+
+MAKE = {"small": make_small, "large": make_large, "million": make_million}
+EDIT = {"small": edit_small, "large": edit_large, "million": edit_small}
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("name", choices=MAKE)
     parser.add_argument("--scale", type=int, default=1)
     options = parser.parse_args()
-    make_small(options.folder / "small", options.scale)
-    make_large(options.folder / "large", options.scale)
+    MAKE[options.name](options.folder / options.name, options.scale)
 
 
 if __name__ == "__main__":

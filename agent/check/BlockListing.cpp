@@ -93,10 +93,10 @@ void CBlockListing::Add(const std::string& subfolder, const cloudclientlib::SClo
         others_.bytes += object.size;
         return;
     }
-    blocks_.emplace(*block, SListedBlock{object.size, object.md5, false});
+    blocks_.emplace(*block, SCheckedBlock{object.size, object.md5, false});
 }
 
-SListedBlock* CBlockListing::Find(const block_name_t& block) {
+SCheckedBlock* CBlockListing::Find(const block_name_t& block) {
     const auto found = blocks_.find(block);
     return found == blocks_.end() ? nullptr : &found->second;
 }

@@ -13,7 +13,7 @@
 namespace agent {
 
 /// What a listing tells of a block.
-struct SListedBlock {
+struct SCheckedBlock {
     std::uint64_t size = 0;
     /// Where the store recorded one.
     std::optional<digest::md5_digest_t> md5;
@@ -29,7 +29,7 @@ public:
     CBlockListing(cloudclientlib::ICloudClient& client, const std::string& backupId, const std::string& blockStore);
 
     /// Null when there is none.
-    [[nodiscard]] SListedBlock* Find(const block_name_t& block);
+    [[nodiscard]] SCheckedBlock* Find(const block_name_t& block);
 
     struct SCount {
         std::uint64_t objects = 0;
@@ -44,7 +44,7 @@ private:
     };
     void Add(const std::string& subfolder, const cloudclientlib::SCloudObjectInfo& object);
 
-    std::unordered_map<block_name_t, SListedBlock, SHash> blocks_;
+    std::unordered_map<block_name_t, SCheckedBlock, SHash> blocks_;
     SCount others_;
 };
 

@@ -5,6 +5,7 @@
 
 #include "agent/check/MetadataObjects.h"
 #include "agent/run/OpenedCheckpoint.h"
+#include "agent/run/StoreFailure.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 

@@ -1,8 +1,5 @@
 #include "agent/check/Finding.h"
 
-#include "cloudclientlib/CloudExc.h"
-#include "common/exc.h"
-
 namespace agent {
 
 const char* ToStr(EDamage damage) {
@@ -19,14 +16,6 @@ const char* ToStr(EDamage damage) {
             return "block-digest";
         default:
             return "block-data";
-    }
-}
-
-void RethrowUnlessDamage(const std::exception& failure) {
-    using cloudclientlib::EFailure;
-    const auto cloud = exc::FindCause<cloudclientlib::CCloudExc>(failure);
-    if (cloud && cloud->GetKind() != EFailure::notFound && cloud->GetKind() != EFailure::corrupt) {
-        throw;
     }
 }
 

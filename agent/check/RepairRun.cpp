@@ -7,6 +7,8 @@
 #include "agent/meta/FileExtent.h"
 #include "agent/run/OpenedCheckpoint.h"
 #include "agent/run/RootMetadata.h"
+#include "agent/run/SetUpkeep.h"
+#include "agent/run/StoreFailure.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 #include "common/util.h"
@@ -86,6 +88,7 @@ public:
 
     /// Of a root that was mended: what is to become of it in the new checkpoint is told to the session.
     std::uint64_t Commit() {
+        CheckIsUnchanged();
         document_.started = started_;
         document_.finished = Now();
         document_.description = "Repair of checkpoint " + std::to_string(checkpoints_.back().id);
@@ -110,6 +113,23 @@ private:
         std::string newPath;
         std::shared_ptr<backup::IMetaUpdateSink> sink;  // keeps the extent that the commit reads through
     };
+
+    /// What the new checkpoint is made of was read a while ago: a run may have added to the set since, or a prune of
+    /// another machine written its checkpoints anew.
+    void CheckIsUnchanged() const {
+        const auto fresh = repository_.OpenBackup4Read();
+        const auto now = ListCheckpoints(
+            repository_, *fresh, [](std::uint64_t, const std::exception& failure) { RethrowUnlessDamage(failure); });
+        const auto isSame = [](const SCheckpointInfo& a, const SCheckpointInfo& b) {
+            return a.id == b.id && a.document == b.document;
+        };
+        if (!std::ranges::equal(checkpoints_, now, isSame)) {
+            throw exc::CRuntimeExc(
+                "Another run has changed the checkpoints of set '%1' while this one was under way: no checkpoint was "
+                "made, repair again",
+                repository_.GetSet());
+        }
+    }
 
     /// Nothing for a root that is sound.
     std::optional<SRepairedRoot> Mend(SRoot& root) {
@@ -245,6 +265,9 @@ SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions&
     result.check = RunCheck(repository, checkOptions);
 
     auto cloudBackup = repository.OpenBackup4Write();
+    if (!repairOptions.dryRun) {
+        CheckClientIsGone(repository, *cloudBackup, repairOptions.minAge.value_or(DefaultMinAge(repository)));
+    }
     const auto& foreign = result.check.foreignCheckpoints;
     result.foreign.assign(foreign.begin(), foreign.end());
     result.unreadable = result.foreign;

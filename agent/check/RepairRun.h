@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,6 +13,8 @@ namespace agent {
 struct SRepairOptions {
     /// What is looked at; damage that is not looked for is not repaired.
     SCheckOptions check;
+    /// How old the last checkpoint of another machine's client must be; nothing for the default.
+    std::optional<std::chrono::seconds> minAge;
     /// Only tell what would be done.
     bool dryRun = false;
     /// Take away the documents of checkpoints that are damaged; a copy of each is kept on this machine.
@@ -55,9 +58,10 @@ struct SRepairResult {
 /// a checkpoint like the last one but without the files whose content is lost: it can be restored without failures, and
 /// the next backup reads those files again. Earlier checkpoints stay as they are.
 ///
-/// Until the new checkpoint is committed nothing is changed, but for blocks that are stored again, and the removal of
-/// damaged documents, which is done one by one after each one's copy is on disk. Throws exc::CRuntimeExc when nothing
-/// can be repaired.
+/// For a client of another machine, which may have a run under way, nothing is done when it has made a checkpoint
+/// lately; and no checkpoint is made when there are others than at the beginning. Until the new checkpoint is committed
+/// nothing is changed, but for blocks that are stored again, and the removal of damaged documents, which is done one by
+/// one after each one's copy is on disk. Throws exc::CRuntimeExc when nothing can be repaired.
 [[nodiscard]] SRepairResult RunRepair(const SRepositoryOptions& options, const SRepairOptions& repairOptions);
 
 }  // namespace agent

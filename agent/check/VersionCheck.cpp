@@ -1,6 +1,7 @@
 #include "agent/check/VersionCheck.h"
 
 #include "agent/look/PathScope.h"
+#include "agent/run/StoreFailure.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 
@@ -31,7 +32,7 @@ void CStorageCheck::CheckBlock(const SBlockExternalId& block, const std::string&
     }
     ++counts_.blocks;
     counts_.blockBytes += block.number32;
-    SListedBlock* const listed = listing_.Find(block.id);
+    SCheckedBlock* const listed = listing_.Find(block.id);
     if (listed == nullptr) {
         damage_.AddBlock(block.id);
         SetDamaged(block.id, EDamage::blockMissing, path, "is missing");

@@ -14,9 +14,13 @@ std::size_t SlotCount(std::size_t threads) { return std::clamp<std::size_t>(4 * 
 
 std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& source) {
     const std::span<const char> bytes(*source.bytes);
-    const std::uint64_t offset = chunk.blockOffset - source.range.offset;
-    if (bytes.size() < offset + chunk.storedSize) {
-        const SReadRange& range = source.range;
+    const SReadRange& range = source.range;
+    if (chunk.block != range.block || chunk.blockOffset < range.offset) {
+        throw exc::CRuntimeExc("it does not lie in the bytes %1 to %2 of block %3, which were taken for its own",
+                               range.offset, range.offset + range.size, range.block);
+    }
+    const std::uint64_t offset = chunk.blockOffset - range.offset;
+    if (bytes.size() < chunk.storedSize || bytes.size() - chunk.storedSize < offset) {
         throw exc::CRuntimeExc("of the bytes %1 to %2 asked for only %3 came", range.offset, range.offset + range.size,
                                bytes.size());
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "agent/chunk/ChunkTestKit.h"
+#include "cloudclientlib/wrappers/CountingClient.h"
 
 namespace {
 
@@ -118,6 +119,32 @@ TEST(ChunkSealing, WithoutTheKeyNothingIsRead) {
                                             ", which is not among the keys of this client"),
                   std::string::npos)
             << read.reasons.front();
+    }
+}
+
+TEST(ChunkSealing, ABlockWithoutItsKeyDisturbsNoOther) {
+    const auto client = test::MemoryWithLimit(4);
+    const auto bytes = test::RandomBytes(60'000, 1);
+    const auto lost = Store(SealedParams(client, KeyOf(1)), test::RandomBytes(60'000, 2));
+    const auto good = Store(SealedParams(client, KeyOf(2)), bytes);
+    SStreamResult both = lost;
+    both.newBlocks.insert(both.newBlocks.end(), good.newBlocks.begin(), good.newBlocks.end());
+    ASSERT_GT(lost.newBlocks.size(), 1U);
+    // The ranges without a key do not begin where those with one do.
+    both.chunks.erase(both.chunks.begin());
+    const std::size_t damaged = both.chunks.size();
+    for (auto chunk : good.chunks) {
+        chunk.block += static_cast<std::uint32_t>(lost.newBlocks.size());
+        both.chunks.push_back(chunk);
+    }
+    const auto counted = std::make_shared<cloudclientlib::CCountingClient>(client);
+    const auto read = Read(counted, both, CKeyRing({KeyOf(2)}));
+    EXPECT_EQ(read.bytes, bytes);
+    EXPECT_EQ(counted->GetCounts().Of(cloudclientlib::EOperation::downloadFileRange), both.newBlocks.size())
+        << "a chunk that is looked for in another's bytes is read again";
+    ASSERT_EQ(read.reasons.size(), damaged);
+    for (const auto& reason : read.reasons) {
+        EXPECT_NE(reason.find("it is encrypted with key"), std::string::npos) << reason;
     }
 }
 

@@ -54,15 +54,21 @@ CRangeDownloads::range_ptr CRangeDownloads::Wait(std::size_t index) {
     if (current_ && index < current_->range.last) {
         return current_;
     }
-    current_ = nullptr;
+    do {
+        current_ = nullptr;
+        StartAhead();
+        current_ = TakeNext();
+    } while (index >= current_->range.last);  // a range that nobody asked for
     StartAhead();
+    return current_;
+}
+
+CRangeDownloads::range_ptr CRangeDownloads::TakeNext() {
     const std::shared_ptr<SRangeDownload> next = ahead_.front();
     WaitFor(*next);
     ahead_.pop_front();
     bytesAhead_ -= next->range.size;
-    current_ = next;
-    StartAhead();
-    return current_;
+    return next;
 }
 
 void CRangeDownloads::StartAhead() {

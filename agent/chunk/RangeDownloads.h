@@ -39,10 +39,12 @@ public:
     CRangeDownloads& operator=(const CRangeDownloads&) = delete;
     ~CRangeDownloads();
 
-    /// The range with that chunk, once it is here (or has failed). Chunks are asked for in order; unsound ones never.
+    /// The range with that chunk, once it is here (or has failed). Chunks are asked for in order; unsound ones never,
+    /// and any other may be left out.
     [[nodiscard]] range_ptr Wait(std::size_t index);
 
 private:
+    [[nodiscard]] range_ptr TakeNext();
     void StartAhead();
     void Start(const SReadRange& range);
     void SkipUnsound();

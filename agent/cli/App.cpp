@@ -117,20 +117,37 @@ void CompleteRepository(SRepositoryOptions& repository) {
     }
 }
 
+/// What is logged may hold texts of stores, and goes to a terminal.
+class CEscapingSink : public logging::ISink {
+public:
+    explicit CEscapingSink(logging::level_t minimum) : inner_(logging::MakeStderrSink(minimum)) {}
+
+    [[nodiscard]] bool IsEnabled(std::string_view section, logging::level_t level) const override {
+        return inner_->IsEnabled(section, level);
+    }
+    void Write(const logging::SRecord& record) override {
+        const std::string text = EscapeText(std::string(record.text));
+        inner_->Write({record.section, record.level, record.kind, text});
+    }
+
+private:
+    const std::shared_ptr<logging::ISink> inner_;
+};
+
 void ApplyFlags(const SFlags& flags, SSettings& settings) {
     settings.verbose = flags.verbose;
     settings.output = flags.json ? EOutput::json : flags.quiet ? EOutput::quiet : EOutput::text;
     if (flags.verbose > 1) {
-        logging::SetSink(logging::MakeStderrSink(logging::level_t::dbg));
+        logging::SetSink(std::make_shared<CEscapingSink>(logging::level_t::dbg));
     } else if (!flags.quiet) {
-        logging::SetSink(logging::MakeStderrSink(logging::level_t::warn));
+        logging::SetSink(std::make_shared<CEscapingSink>(logging::level_t::warn));
     }
 }
 
 void ReportFailure(const std::exception& failure, const SFlags& flags) {
     const std::string text = flags.verbose > 0 ? failure.what() : FailureText(failure);
     if (flags.json) {
-        PrintJson({{"event", "failure"}, {"message", text}});
+        PrintJson({{"event", "failure"}, {"message", EscapeText(text)}});
     }
     PrintTrouble(text);
 }
@@ -169,10 +186,23 @@ ICommand& ChosenCommand(const commands_t& commands) {
     throw CLI::RequiredError("A subcommand");
 }
 
+int RunInterruptibly(ICommand& command, SSettings settings) {
+    const std::string message = command.DescribeInterruption();
+    if (message.empty()) {
+        return command.Run(settings);
+    }
+    const CInterruptScope interrupt(message);
+    settings.repository.wrapStore = MakeInterruptible;
+    return command.Run(settings);
+}
+
 int RunCommand(ICommand& command, const SSettings& settings, const SFlags& flags) {
     try {
-        return command.Run(settings);
+        return RunInterruptibly(command, settings);
     } catch (const CWrongUseExc& failure) {
+        ReportFailure(failure, flags);
+        return exitWrongUse;
+    } catch (const CForeignClientExc& failure) {
         ReportFailure(failure, flags);
         return exitWrongUse;
     } catch (const std::exception& failure) {
@@ -183,6 +213,12 @@ int RunCommand(ICommand& command, const SSettings& settings, const SFlags& flags
         ReportFailure(failure, flags);
         return exitFailed;
     }
+}
+
+/// What a run printed is its result: one that nobody got is no success.
+int WithOutput(int code) {
+    const bool isSuccess = code == exitDone || code == exitIncomplete;
+    return isSuccess && !FinishOutput() ? exitFailed : code;
 }
 
 }  // namespace
@@ -209,7 +245,9 @@ int RunApp(int argc, const char* const* argv) {
     try {
         const std::string configFile = GivenConfigFile(argc, argv);
         LoadConfigFile(app, configFile.empty() ? DefaultConfigFile() : configFile, !configFile.empty());
-        ParseWords(app, GuardWords(argc, argv));
+        const std::vector<std::string> words = GuardWords(argc, argv);
+        ReadCommandVariables(app, words);
+        ParseWords(app, words);
         chosen = &ChosenCommand(commands);
         if (chosen->NeedsRepository()) {
             CompleteRepository(settings.repository);
@@ -217,9 +255,9 @@ int RunApp(int argc, const char* const* argv) {
         ApplyFlags(flags, settings);
     } catch (const CLI::ParseError& failure) {
         if (failure.get_exit_code() == 0) {  // --help, --version
-            return app.exit(failure);
+            return WithOutput(app.exit(failure));
         }
-        PrintTrouble(DescribeWrongUse(app, failure));
+        PrintTroubleLines(DescribeWrongUse(app, failure));
         return exitWrongUse;
     } catch (const std::exception& failure) {
         ReportFailure(failure, flags);
@@ -227,7 +265,7 @@ int RunApp(int argc, const char* const* argv) {
     }
 
     RaiseOpenFilesLimit();
-    return RunCommand(*chosen, settings, flags);
+    return WithOutput(RunCommand(*chosen, settings, flags));
 }
 
 }  // namespace agent

@@ -57,6 +57,8 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override { return {}; }
+
     int Run(const SSettings& settings) override {
         const auto begin = std::chrono::steady_clock::now();
         const SBackupOptions options = options_.Make();

@@ -239,7 +239,7 @@ SSelection CBackupOptions::MakeSelection() const {
     for (const auto& [rule, text] : RulesInOrder()) {
         if (rule == ERule::excludeFile) {
             const std::string lines = ReadWhole(text);
-            for (const auto line : SplitLines(lines)) {
+            for (const auto line : SplitLines(WithoutByteOrderMark(lines))) {
                 if (CPattern::Parse(line)) {
                     selection.patterns.push_back({std::string(line), false, ECase::exact});
                 }

@@ -16,6 +16,10 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: what was looked at is not told; nothing was changed.";
+    }
+
     int Run(const SSettings& settings) override {
         const SCheckOptions options = options_.MakeOptions();
         const SCheckResult result = RunCheck(COpenedRepository::Open4Read(settings.repository), options);

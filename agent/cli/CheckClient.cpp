@@ -3,6 +3,7 @@
 
 #include "agent/cli/Command.h"
 #include "agent/cli/Failure.h"
+#include "agent/cli/Interrupt.h"
 #include "agent/cli/ScratchClient.h"
 #include "agent/run/SetDocument.h"
 #include "agent/store/OpenedStore.h"
@@ -153,8 +154,12 @@ private:
             const std::string place = folder + "/" + std::to_string(++number);
             return [&settings, place] { return MakeScratchClient(Open(settings), place); };
         };
-        conformance::RunConformance(freshPlace, suite,
-                                    [&](const auto& check, const auto& result) { printer.Report(check, result); });
+        conformance::RunConformance(freshPlace, suite, [&](const auto& check, const auto& result) {
+            printer.Report(check, result);
+            if (IsInterrupted()) {
+                throw exc::CRuntimeExc("%1", GetInterruptMessage());
+            }
+        });
     }
 
     /// What failed first is what the user is told in the end; that something is left is told beside it.

@@ -119,7 +119,7 @@ void PrintFinding(EOutput output, const SFinding& finding) {
         PrintJson({{"event", "finding"},
                    {"kind", ToStr(finding.damage)},
                    {"object", EscapePath(finding.object)},
-                   {"reason", EscapePath(finding.reason)},
+                   {"reason", EscapeText(finding.reason)},
                    {"checkpoints", checkpoints},
                    {"files", files}});
         return;

@@ -65,7 +65,7 @@ public:
 private:
     static void PrintUnreadable(EOutput output, std::uint64_t id, const std::string& reason) {
         if (output == EOutput::json) {
-            PrintJson({{"event", "trouble"}, {"checkpoint", id}, {"reason", reason}});
+            PrintJson({{"event", "trouble"}, {"checkpoint", id}, {"reason", EscapeText(reason)}});
         }
         PrintTrouble("checkpoint " + std::to_string(id) + ": " + reason);
     }

@@ -43,6 +43,9 @@ public:
     virtual CLI::App* Register(CLI::App& app) = 0;
     /// Returns the exit code; what it throws is printed as the failure.
     virtual int Run(const SSettings& settings) = 0;
+    /// What becomes of the work when the user interrupts the command, which then ends before its next call of the
+    /// store. Empty where the command sees to that itself.
+    [[nodiscard]] virtual std::string DescribeInterruption() const { return "Interrupted."; }
     /// Whether the user must say where the repository is.
     [[nodiscard]] virtual bool NeedsRepository() const { return true; }
 };

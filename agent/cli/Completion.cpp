@@ -155,6 +155,8 @@ public:
             ->check(CLI::IsMember({"bash", "zsh", "fish"}));
         return command;
     }
+    [[nodiscard]] std::string DescribeInterruption() const override { return {}; }
+
     int Run(const SSettings&) override {
         std::fputs(MakeCompletion(*app_, shell_).c_str(), stdout);
         return exitDone;
@@ -172,6 +174,8 @@ public:
         app_ = &app;
         return app.add_subcommand("manual", "Print the manual page, for man(1): cloudbackup manual | man -l -");
     }
+    [[nodiscard]] std::string DescribeInterruption() const override { return {}; }
+
     int Run(const SSettings&) override {
         std::fputs(MakeManPage(*app_, app_->version()).c_str(), stdout);
         return exitDone;

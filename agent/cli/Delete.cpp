@@ -21,6 +21,10 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: run it again to delete the rest.";
+    }
+
     int Run(const SSettings& settings) override {
         SRepositoryOptions options = settings.repository;
         if (set_->parsed()) {

@@ -63,6 +63,10 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: the checkpoints that are still listed are whole.";
+    }
+
     int Run(const SSettings& settings) override {
         CheckUse();
         options_.minAge = MinAgeOf(minAge_);
@@ -219,6 +223,10 @@ private:
         for (const auto& tag : document.tags) {
             tags.push_back(EscapePath(tag));
         }
+        nlohmann::json reasons = nlohmann::json::array();
+        for (const auto& reason : decision.reasons) {
+            reasons.push_back(EscapeText(reason));
+        }
         return {{"event", "decision"},
                 {"id", decision.checkpoint.id},
                 {"started", ToIsoText(document.started)},
@@ -226,7 +234,7 @@ private:
                 {"tags", tags},
                 {"group", EscapePath(decision.group)},
                 {"action", decision.keep ? "keep" : "remove"},
-                {"reasons", decision.reasons}};
+                {"reasons", reasons}};
     }
 
     int Prune(CSetUpkeep& upkeep, const SForgetPlan& plan, EOutput output) const {

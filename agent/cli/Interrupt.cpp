@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "agent/cli/Command.h"
+#include "cloudclientlib/CloudExc.h"
+#include "cloudclientlib/wrappers/InterceptingClient.h"
 #include "common/exc.h"
 
 namespace agent {
@@ -43,6 +45,38 @@ void Handle(void (*handler)(int)) {
     }
 }
 
+/// Lets calls through until the user interrupts the run.
+class CInterruption : public cloudclientlib::IInterceptor {
+public:
+    task::task_ptr OnTask(const cloudclientlib::SInterceptedCall& call, start_t start) override {
+        Check(call);
+        return start();
+    }
+    void OnCall(const cloudclientlib::SInterceptedCall& call, const run_t& run) override {
+        Check(call);
+        run();
+    }
+    std::shared_ptr<cloudclientlib::IDownloadStream> WrapDownload(
+        const std::string& /*path*/, std::shared_ptr<cloudclientlib::IDownloadStream> inner) override {
+        return inner;
+    }
+    std::shared_ptr<cloudclientlib::IUploadStream> WrapUpload(
+        const std::string& /*path*/, std::shared_ptr<cloudclientlib::IUploadStream> inner) override {
+        return inner;
+    }
+
+private:
+    static void Check(const cloudclientlib::SInterceptedCall& call) {
+        if (interrupted) {
+            cloudclientlib::SFailure failure;
+            failure.operation = cloudclientlib::ToStr(call.operation);
+            failure.path = call.path;
+            failure.reason = "interrupted";
+            throw cloudclientlib::CCloudExc(failure);
+        }
+    }
+};
+
 }  // namespace
 
 CInterruptScope::CInterruptScope(std::string message) : message_(std::move(message)) {
@@ -56,6 +90,10 @@ void CInterruptScope::Check() const {
     if (interrupted) {
         throw exc::CRuntimeExc("%1", message_);
     }
+}
+
+std::shared_ptr<cloudclientlib::ICloudClient> MakeInterruptible(std::shared_ptr<cloudclientlib::ICloudClient> client) {
+    return std::make_shared<cloudclientlib::CInterceptingClient>(std::move(client), std::make_shared<CInterruption>());
 }
 
 bool IsInterrupted() { return interrupted; }

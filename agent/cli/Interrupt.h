@@ -1,6 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
+
+#include "cloudclientlib/ICloudClient.h"
 
 namespace agent {
 
@@ -22,6 +25,11 @@ public:
 private:
     const std::string message_;
 };
+
+/// A client that ends with the run: each call that begins after the user has interrupted it fails. What was begun
+/// before is finished.
+[[nodiscard]] std::shared_ptr<cloudclientlib::ICloudClient> MakeInterruptible(
+    std::shared_ptr<cloudclientlib::ICloudClient> client);
 
 /// Whether the user has interrupted a run: whatever failed since, failed because of that.
 [[nodiscard]] bool IsInterrupted();

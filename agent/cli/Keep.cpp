@@ -17,6 +17,10 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: 'cloudbackup checkpoints' shows what is kept.";
+    }
+
     int Run(const SSettings& settings) override {
         CSetUpkeep upkeep(settings.repository, CSetUpkeep::EMode::change);
         const auto change = remove_ ? EndLongTerm(upkeep, checkpoint_) : KeepForLongTerm(upkeep, checkpoint_);

@@ -13,7 +13,7 @@ namespace {
 class CKeyCommand : public ICommand {
 public:
     CLI::App* Register(CLI::App& app) override {
-        CLI::App* command = app.add_subcommand("key", "Keys that this client's backups are encrypted with");
+        CLI::App* command = app.add_subcommand("key", "Keys that a client's backups are encrypted with");
         command->require_subcommand(1);
         list_ = command->add_subcommand("list", "List the key in use and those before it");
         change_ = command->add_subcommand("change", "Give a new password, and with it a new key");
@@ -31,6 +31,10 @@ public:
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: 'cloudbackup key list' shows what is in force.";
+    }
+
     int Run(const SSettings& settings) override {
         SRepositoryOptions options = settings.repository;
         options.keys.cost = cost_;
@@ -39,9 +43,9 @@ public:
                 return use == EPasswordUse::next ? ReadNewPassword() : others(use);
             };
         }
-        auto repository = COpenedRepository::Open4Write(options);
+        auto repository = COpenedRepository::Open4Upkeep(options);
         if (list_->parsed()) {
-            Print(settings.output, *repository.GetKeys());
+            List(settings.output, repository);
         } else if (export_->parsed()) {
             Export(settings, repository);
         } else {
@@ -61,13 +65,21 @@ private:
         return {password.begin(), password.end()};
     }
 
-    static void Print(EOutput output, const CKeyRing& keys) {
-        if (keys.IsEmpty()) {
-            if (output == EOutput::text) {
-                PrintLine("This client does not encrypt");
-            }
+    static void List(EOutput output, COpenedRepository& repository) {
+        const key_ring_ptr& keys = repository.GetKeys();
+        if (!keys->IsEmpty()) {
+            Print(output, *keys);
             return;
         }
+        const CClientKeys records = repository.GetClientKeys();
+        if (output == EOutput::json) {
+            PrintJson({{"event", "key"}, {"state", records.HasRecord() ? "none" : "no record"}});
+        } else if (output == EOutput::text) {
+            PrintLine("Client " + repository.GetClientId().ToAStr() + " " + records.DescribeNoKey());
+        }
+    }
+
+    static void Print(EOutput output, const CKeyRing& keys) {
         for (const auto& key : keys.GetKeys()) {
             PrintKey(output, key->GetId(), key == keys.GetCurrent() ? "in use" : "former");
         }
@@ -100,15 +112,19 @@ private:
     void Export(const SSettings& settings, COpenedRepository& repository) const {
         const key_ring_ptr& keys = repository.GetKeys();
         if (keys->IsEmpty()) {
-            throw exc::CRuntimeExc("Client %1 does not encrypt what it stores: there are no keys to export",
-                                   repository.GetClientId());
+            throw exc::CRuntimeExc("There are no keys to export: client %1 %2", repository.GetClientId(),
+                                   repository.GetClientKeys().DescribeNoKey());
         }
         WriteRecoveryFile(file_, {repository.GetRepositoryId(), repository.GetClientId(), *keys});
         if (settings.output == EOutput::text) {
-            PrintLine("Wrote " + FormatCount(keys->GetKeys().size(), "key") + " to " + file_ +
-                      ". Who has this file can read all backups made so far: keep it safe.");
+            PrintLine("Wrote " + FormatCount(keys->GetKeys().size(), "key") + " of client " +
+                      repository.GetClientId().ToAStr() + " to " + EscapePath(file_) +
+                      ". Who has this file can read all its backups made so far: keep it safe.");
         } else if (settings.output == EOutput::json) {
-            PrintJson({{"event", "exported"}, {"file", EscapePath(file_)}, {"keys", keys->GetKeys().size()}});
+            PrintJson({{"event", "exported"},
+                       {"client", repository.GetClientId().ToAStr()},
+                       {"file", EscapePath(file_)},
+                       {"keys", keys->GetKeys().size()}});
         }
     }
 

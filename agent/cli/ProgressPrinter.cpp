@@ -107,7 +107,8 @@ std::string FormatProgress(const SProgress& progress, double seconds) {
 }
 
 CProgressPrinter::CProgressPrinter(EOutput output, EProgressMode mode)
-    : CProgressPrinter(ChooseForm(output, mode), stderr, TerminalWidth(), clock_t::now) {}
+    : CProgressPrinter(ChooseForm(output, mode), output == EOutput::json ? stdout : stderr, TerminalWidth(),
+                       clock_t::now) {}
 
 CProgressPrinter::CProgressPrinter(EForm form, std::FILE* stream, std::size_t width,
                                    std::function<clock_t::time_point()> now)
@@ -131,8 +132,8 @@ void CProgressPrinter::Tell(const SProgress& progress) {
 
 void CProgressPrinter::Print(const SProgress& progress, double seconds) {
     if (form_ == EForm::json) {
-        PrintJson(ToJson(progress, seconds));
-        std::fflush(stdout);
+        std::fprintf(stream_, "%s\n", JsonLine(ToJson(progress, seconds)).c_str());
+        std::fflush(stream_);
         return;
     }
     std::string text = FormatProgress(progress, seconds);

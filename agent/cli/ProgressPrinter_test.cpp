@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cstdio>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 namespace agent {
@@ -93,6 +95,47 @@ TEST_F(ProgressPrinter, ElsewhereALineAMinute) {
         }
     }
     EXPECT_EQ(Printed(), "cloudbackup: 1,234 of 5,000 files, 50.0 MiB of 100.0 MiB, 853.3 KiB/s, 1:00 left\n");
+}
+
+TEST_F(ProgressPrinter, AsJsonAnEventASecondWithAllThatIsKnown) {
+    auto printer = Make(CProgressPrinter::EForm::json, 80);
+    SProgress progress = Half();
+    progress.currentPath = "/caf\xe9";
+    progress.errors = 3;
+    printer.Tell(progress);
+    Pass(999);
+    printer.Tell(progress);
+    EXPECT_EQ(Printed(), "");
+    Pass(9001);
+    printer.Tell(progress);
+    printer.Tell(progress);
+    progress.totalsKnown = false;
+    Pass(1000);
+    printer.Tell(progress);
+    using nlohmann::json;
+    std::istringstream lines(Printed());
+    std::string first;
+    std::string second;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_EQ(json::parse(first), json({{"event", "progress"},
+                                        {"path", "/caf\\xe9"},
+                                        {"filesDone", 1234},
+                                        {"filesTotal", 5000},
+                                        {"bytesDone", 50U << 20U},
+                                        {"bytesTotal", 100U << 20U},
+                                        {"errors", 3},
+                                        {"seconds", 10.0},
+                                        {"bytesPerSecond", 5U << 20U},
+                                        {"secondsLeft", 10.0}}));
+    EXPECT_EQ(json::parse(second), json({{"event", "progress"},
+                                         {"path", "/caf\\xe9"},
+                                         {"filesDone", 1234},
+                                         {"bytesDone", 50U << 20U},
+                                         {"errors", 3},
+                                         {"seconds", 11.0},
+                                         {"bytesPerSecond", (50U << 20U) / 11}}));
+    EXPECT_TRUE(lines.peek() == std::istringstream::traits_type::eof());
 }
 
 TEST_F(ProgressPrinter, NothingWhenItIsNotWanted) {

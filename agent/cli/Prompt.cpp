@@ -7,11 +7,13 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <optional>
 
+#include "agent/cli/Interrupt.h"
+#include "common/exc.h"
 #include "common/posix.h"
+#include "common/signals.h"
 #include "common/util.h"
 
 namespace agent {
@@ -20,24 +22,16 @@ namespace {
 
 [[noreturn]] void ThrowErrno(const char* operation) { throw posix::CPosixExc(operation, "terminal", errno); }
 
-/// Holds back the signals that would end or stop the program, until it is let go.
+/// Holds back the signals that would end or stop the program, until it is let go, and knows of them.
 class CHeldSignals {
 public:
     CHeldSignals() {
-        sigset_t held;
-        ::sigemptyset(&held);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
-            ::sigaddset(&held, signal);
-        }
+        const sigset_t held = posix::held_signals_t::Signals();
         arrivals_ = posix::fd_t(::signalfd(-1, &held, SFD_CLOEXEC));
         if (!arrivals_) {
             ThrowErrno("signalfd");
         }
-        ::pthread_sigmask(SIG_BLOCK, &held, &before_);
     }
-    CHeldSignals(const CHeldSignals&) = delete;
-    CHeldSignals& operator=(const CHeldSignals&) = delete;
-    ~CHeldSignals() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
     /// Waits for input; false when one of the signals came first.
     [[nodiscard]] bool WaitForInput() const {
@@ -51,8 +45,8 @@ public:
     }
 
 private:
+    const posix::held_signals_t held_;
     posix::fd_t arrivals_;
-    sigset_t before_{};
 };
 
 /// Lets the terminal show nothing but the end of the line, until it is let go.
@@ -123,6 +117,9 @@ std::string AskSecret(const std::string& prompt) {
     std::optional<std::string> line;
     while (!line) {
         line = TryToAsk(prompt);
+        if (!line && IsInterrupted()) {
+            throw exc::CRuntimeExc("%1", GetInterruptMessage());
+        }
     }
     return *line;
 }

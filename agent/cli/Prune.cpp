@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/Command.h"
+#include "agent/cli/Interrupt.h"
 #include "agent/cli/PruneForms.h"
 #include "agent/run/Ownership.h"
 
@@ -19,6 +20,10 @@ public:
         AddMinAgeOption(*command, minAge_);
         AddMaxUnusedOption(*command, maxUnused_);
         return command;
+    }
+
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: every checkpoint is whole; the next prune does the rest.";
     }
 
     int Run(const SSettings& settings) override {
@@ -43,6 +48,9 @@ private:
             try {
                 result = std::max(result, PruneOne(one, options));
             } catch (const std::exception& failure) {
+                if (IsInterrupted()) {
+                    throw;
+                }
                 TroublePrinter(settings.output)({"set " + set, exc::ChainText(failure)});
                 result = exitIncomplete;
             }

@@ -81,11 +81,12 @@ std::chrono::seconds ParseAge(const std::string& text) {
     return std::chrono::hours(age.hours) + std::chrono::hours(24) * (age.days + 30 * age.months + 365 * age.years);
 }
 
-void AddMinAgeOption(CLI::App& command, std::string& text) {
+void AddMinAgeOption(CLI::App& command, std::string& text, const std::string& description) {
     command
         .add_option("--min-age", text,
-                    "Leave what is younger alone: a run of the client may need it\n"
-                    "(default: 0 for this machine's client, else 1d)")
+                    description +
+                        "\n"
+                        "(default: 0 for this machine's client, else 1d)")
         ->type_name("DURATION");
 }
 

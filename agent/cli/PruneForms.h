@@ -12,7 +12,8 @@ namespace agent {
 [[nodiscard]] std::chrono::seconds ParseAge(const std::string& text);
 
 /// The option --min-age; empty when it is not given.
-void AddMinAgeOption(CLI::App& command, std::string& text);
+void AddMinAgeOption(CLI::App& command, std::string& text,
+                     const std::string& description = "Leave what is younger alone: a run of the client may need it");
 [[nodiscard]] std::optional<std::chrono::seconds> MinAgeOf(const std::string& text);
 
 /// The option --max-unused; empty when it is not given.

@@ -4,6 +4,7 @@
 #include "agent/check/RepairRun.h"
 #include "agent/cli/CheckForms.h"
 #include "agent/cli/Command.h"
+#include "agent/cli/PruneForms.h"
 #include "agent/look/Versions.h"
 
 namespace agent {
@@ -28,16 +29,23 @@ public:
                              "The folder under which the files are by their full paths, when they are not where they "
                              "were backed up")
                 ->type_name("DIR");
+        AddMinAgeOption(*command, minAge_,
+                        "Do nothing when the client has made a checkpoint since: a run may be under way");
         command->add_flag("--no-source", noSource_, "Do not make blocks again from files")->excludes(source);
         command->add_flag("--remove-unreadable", options_.removeUnreadable,
                           "Take away checkpoints whose documents are damaged (a copy of each stays on this machine)");
         return command;
     }
 
+    [[nodiscard]] std::string DescribeInterruption() const override {
+        return "Interrupted: what was mended stays so; run it again for the rest.";
+    }
+
     int Run(const SSettings& settings) override {
         SRepairOptions options = options_;
         options.check = check_.MakeOptions();
         options.useSource = !noSource_;
+        options.minAge = MinAgeOf(minAge_);
         while (options.source.ends_with('/')) {
             options.source.pop_back();
         }
@@ -147,6 +155,7 @@ private:
     CCheckOptions check_;
     SRepairOptions options_;
     bool noSource_ = false;
+    std::string minAge_;
 };
 
 }  // namespace

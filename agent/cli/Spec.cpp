@@ -70,6 +70,8 @@ public:
 
     [[nodiscard]] bool NeedsRepository() const override { return false; }
 
+    [[nodiscard]] std::string DescribeInterruption() const override { return {}; }
+
     int Run(const SSettings& settings) override {
         if (write_->parsed()) {
             Write(settings.output);

@@ -139,6 +139,21 @@ std::vector<std::string> CRestoreTarget::ListNames(const std::string& path) cons
     return NamesInFolder(OpenBeneath(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW), FullPath(path));
 }
 
+bool CRestoreTarget::IsMountedUnder(const std::string& base, const std::string& path) const {
+    if (path == base) {
+        return false;
+    }
+    const posix::fd_t above = OpenBeneath(base, O_PATH | O_DIRECTORY);
+    const std::string relative = base.empty() ? path : path.substr(base.size() + 1);
+    if (OpenOnSameFileSystem(above.Get(), relative, O_PATH)) {
+        return false;
+    }
+    if (errno != EXDEV) {
+        throw posix::CPosixExc("open the folder", FullPath(path), errno);
+    }
+    return true;
+}
+
 posix::posix_file_t CRestoreTarget::OpenFile(const std::string& path) const {
     posix::fd_t fd = OpenBeneath(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     struct stat info {};
@@ -162,10 +177,22 @@ bool CRestoreTarget::MakeFolder(const std::string& path) {
         const posix::fd_t folder = OpenBeneath(path, O_PATH | O_DIRECTORY);
         struct stat info {};
         if (::fstat(folder.Get(), &info) == 0 && (info.st_mode & workingFolderMode) != workingFolderMode) {
-            ::chmod(FdPath(folder.Get()).c_str(), (info.st_mode & 07777U) | workingFolderMode);
+            if (::chmod(FdPath(folder.Get()).c_str(), (info.st_mode & 07777U) | workingFolderMode) == 0) {
+                formerModes_.emplace(path, info.st_mode & 07777U);
+            }
         }
     }
     return isNew;
+}
+
+void CRestoreTarget::GiveModesBack() {
+    for (auto folder = formerModes_.rbegin(); folder != formerModes_.rend(); ++folder) {  // the deeper ones first
+        const posix::fd_t handle = OpenBeneath(folder->first, O_PATH | O_DIRECTORY | O_NOFOLLOW);
+        if (::chmod(FdPath(handle.Get()).c_str(), folder->second) != 0) {
+            throw posix::CPosixExc("set the mode of", FullPath(folder->first), errno);
+        }
+    }
+    formerModes_.clear();
 }
 
 STargetFile CRestoreTarget::CreateFile(const std::string& path, std::uint64_t size) {
@@ -190,7 +217,12 @@ STargetFile CRestoreTarget::CreateFile(const std::string& path, std::uint64_t si
 }
 
 void CRestoreTarget::FinishFile(STargetFile target, const SEntry& entry, EReplace replace) {
-    ApplyNewFileAttributes(target.file.GetFd(), target.file.GetPath(), entry, target.folder->givesAcl);
+    std::optional<CAttributesExc> fault;
+    try {
+        ApplyNewFileAttributes(target.file.GetFd(), target.file.GetPath(), entry, target.folder->givesAcl);
+    } catch (const CAttributesExc& failure) {
+        fault = failure;
+    }
     const int folder = target.folder->fd.Get();
     int result = 0;
     if (target.temporaryName.empty()) {
@@ -213,6 +245,9 @@ void CRestoreTarget::FinishFile(STargetFile target, const SEntry& entry, EReplac
     if (result != 0) {
         throw posix::CPosixExc("give its name to", target.file.GetPath(), errno);
     }
+    if (fault) {
+        throw CAttributesExc(*fault);
+    }
 }
 
 void CRestoreTarget::WriteFile(const std::string& path, std::uint64_t offset, std::span<const char> content,
@@ -231,6 +266,8 @@ void CRestoreTarget::WriteFile(const std::string& path, std::uint64_t offset, st
             file.Truncate(entry.size);
         }
         ApplyNewFileAttributes(file.GetFd(), file.GetPath(), entry, place.folder->givesAcl);
+    } catch (const CAttributesExc&) {
+        throw;
     } catch (...) {
         ::unlinkat(folder, place.name.c_str(), 0);
         throw;
@@ -298,11 +335,13 @@ void CRestoreTarget::MakeNode(const std::string& path, const SEntry& entry) {
 }
 
 void CRestoreTarget::FinishFolder(const std::string& path, const SEntry& entry) {
+    formerModes_.erase(path);
     const posix::fd_t folder = OpenBeneath(path, O_PATH | O_DIRECTORY | O_NOFOLLOW);
     ApplyAttributes(FdPath(folder.Get()), FullPath(path), entry, ELinks::follow);
 }
 
 bool CRestoreTarget::UpdateAttributes(const std::string& path, const SEntry& entry) {
+    formerModes_.erase(path);
     const auto now = Find(path, true);
     if (!now || now->type != entry.type) {
         throw exc::CRuntimeExc("'%1' is not what it was when the restore began", FullPath(path));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -50,7 +51,8 @@ struct SFileRange {
 ///
 /// Everything is opened beneath it and without following links, so that no path and no link from a checkpoint, and none
 /// that was there before, leads out of it. Folders are made writable first and get their own modes and times at the
-/// end. For one thread; Fork gives another thread its own. Failures are exceptions that name the path.
+/// end. For one thread; Fork gives another thread its own. Failures are exceptions that name the path; CAttributesExc
+/// when the thing itself is there.
 class CRestoreTarget {
 public:
     explicit CRestoreTarget(const std::string& folder, ETargetUse use = ETargetUse::mustBeEmpty);
@@ -65,11 +67,15 @@ public:
     /// The text of a symbolic link.
     [[nodiscard]] std::string ReadLink(const std::string& path);
     [[nodiscard]] std::vector<std::string> ListNames(const std::string& path) const;
+    /// Whether a folder at or under `base` lies in a mount, or on a file system, that `base` itself does not lie on.
+    [[nodiscard]] bool IsMountedUnder(const std::string& base, const std::string& path) const;
     /// A regular file, to be read.
     [[nodiscard]] posix::posix_file_t OpenFile(const std::string& path) const;
 
-    /// Makes a folder and its missing parents; false when it was there.
+    /// Makes a folder and its missing parents; false when it was there. Its owner may write in it then.
     bool MakeFolder(const std::string& path);
+    /// Gives the folders that were there, and have not been given attributes, the modes that they had.
+    void GiveModesBack();
     [[nodiscard]] STargetFile CreateFile(const std::string& path, std::uint64_t size);
     /// Gives the file its attributes and its name.
     void FinishFile(STargetFile file, const SEntry& entry, EReplace replace = EReplace::no);
@@ -105,7 +111,8 @@ private:
 
     std::string folder_;
     std::shared_ptr<const posix::fd_t> root_;
-    std::shared_ptr<const STargetFolder> last_;  // paths that follow one another mostly lie in one folder
+    std::map<std::string, std::uint32_t> formerModes_;  // of folders in which the owner could not write
+    std::shared_ptr<const STargetFolder> last_;         // paths that follow one another mostly lie in one folder
 };
 
 }  // namespace agent

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "agent/fs/Attributes.h"
 #include "agent/fs/SourceItem.h"
 #include "common/exc.h"
 #include "tests/support/TempDir.h"
@@ -147,6 +148,116 @@ TEST(RestoreTarget, MakesLinksAndFifos) {
     EXPECT_EQ(std::filesystem::read_symlink(dir / "link"), "no/where");
     ASSERT_EQ(::lstat((dir / "link").c_str(), &a), 0);
     EXPECT_EQ(a.st_mtim.tv_nsec, 123'456'789);
+}
+
+/// One attribute between two others that no file system takes.
+SEntry EntryWithImpossibleXattr(EEntryType type) {
+    SEntry entry = FileEntry();
+    entry.type = type;
+    entry.mode = 0750;
+    entry.xattrs = {{"user.a", "1"}, {"user." + std::string(300, 'x'), "2"}, {"user.z", "3"}};
+    return entry;
+}
+
+void ExpectAllButTheImpossible(const std::string& path) {
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0750U);
+    EXPECT_EQ(info.st_mtim.tv_sec, 1'000'000'000);
+    char value[16] = {};
+    EXPECT_EQ(::getxattr(path.c_str(), "user.a", value, sizeof(value)), 1);
+    EXPECT_EQ(::getxattr(path.c_str(), "user.z", value, sizeof(value)), 1);
+}
+
+template <class Action>
+void ExpectAttributesFault(const std::string& path, const Action& action) {
+    try {
+        action();
+        FAIL() << "no exception";
+    } catch (const CAttributesExc& failure) {
+        EXPECT_EQ(failure.what(), "Cannot set the extended attribute user." + std::string(300, 'x') + " of '" + path +
+                                      "': Numerical result out of range");
+    }
+}
+
+TEST(RestoreTarget, AnAttributeThatCannotBeSetKeepsNothingElseAway) {
+    const test::TempDir dir;
+    CRestoreTarget target(dir.GetPath());
+    const SEntry entry = EntryWithImpossibleXattr(EEntryType::file);
+    for (const auto replace : {EReplace::no, EReplace::yes}) {
+        STargetFile file = target.CreateFile("file", 3);
+        file.file.WriteAt(0, std::string(replace == EReplace::no ? "abc" : "def"));
+        ExpectAttributesFault(dir / "file", [&] { target.FinishFile(std::move(file), entry, replace); });
+    }
+    EXPECT_EQ(Content(dir / "file"), "def");
+    ExpectAllButTheImpossible(dir / "file");
+
+    SEntry small = entry;
+    small.size = 3;
+    ExpectAttributesFault(dir / "small", [&] { target.WriteFile("small", 0, std::string("abc"), small); });
+    EXPECT_EQ(Content(dir / "small"), "abc");
+    ExpectAllButTheImpossible(dir / "small");
+
+    target.MakeFolder("folder");
+    ExpectAttributesFault(dir / "folder",
+                          [&] { target.FinishFolder("folder", EntryWithImpossibleXattr(EEntryType::directory)); });
+    ExpectAllButTheImpossible(dir / "folder");
+}
+
+TEST(RestoreTarget, WhatCannotHaveItsAccessControlListGivesItsGroupNothing) {
+    const test::TempDir dir;
+    CRestoreTarget target(dir.GetPath());
+    SEntry entry = FileEntry();
+    entry.mode = 0664;
+    entry.xattrs = {{"system.posix_acl_access", "no list at all"}};
+    EXPECT_THROW(target.FinishFile(target.CreateFile("file", 0), entry), CAttributesExc);
+    target.MakeFolder("folder");
+    EXPECT_THROW(target.FinishFolder("folder", entry), CAttributesExc);
+    for (const auto* name : {"file", "folder"}) {
+        struct stat info {};
+        ASSERT_EQ(::stat((dir / name).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777U, 0604U) << name;
+    }
+}
+
+TEST(RestoreTarget, FoldersThatWereThereGetTheirModesBack) {
+    const test::TempDir dir;
+    CRestoreTarget target(dir.GetPath());
+    for (const auto* name : {"way", "way/deep", "way/ours"}) {
+        ASSERT_EQ(::mkdir((dir / name).c_str(), 0755), 0);
+    }
+    const auto mode = [&](const char* name) {
+        struct stat info {};
+        EXPECT_EQ(::stat((dir / name).c_str(), &info), 0);
+        return info.st_mode & 07777U;
+    };
+    for (const auto* name : {"way/deep", "way/ours", "way"}) {
+        ASSERT_EQ(::chmod((dir / name).c_str(), 0550), 0);
+    }
+    EXPECT_FALSE(target.MakeFolder("way"));
+    EXPECT_FALSE(target.MakeFolder("way/deep"));
+    EXPECT_FALSE(target.MakeFolder("way/ours"));
+    EXPECT_EQ(mode("way"), 0750U) << "to be written in";
+    SEntry entry = FileEntry();
+    entry.type = EEntryType::directory;
+    target.FinishFolder("way/ours", entry);
+    target.GiveModesBack();
+    EXPECT_EQ(mode("way"), 0550U);
+    EXPECT_EQ(mode("way/deep"), 0550U);
+    EXPECT_EQ(mode("way/ours"), 0640U);
+}
+
+TEST(RestoreTarget, WhatIsMountedIsKnown) {
+    const CRestoreTarget root("/", ETargetUse::onlyLook);
+    EXPECT_TRUE(root.IsMountedUnder("", "proc"));
+    EXPECT_TRUE(root.IsMountedUnder("", "proc/" + std::to_string(::getpid()))) << "under a mount";
+    EXPECT_FALSE(root.IsMountedUnder("proc", "proc")) << "the base itself may be mounted";
+    const test::TempDir dir;
+    CRestoreTarget target(dir.GetPath());
+    target.MakeFolder("a/b");
+    EXPECT_FALSE(target.IsMountedUnder("", "a/b"));
+    EXPECT_FALSE(target.IsMountedUnder("a", "a/b"));
+    EXPECT_THROW((void)target.IsMountedUnder("", "none"), posix::CPosixExc);
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ std::string ProcPath(const SSourceItem& item) {
 
 /// Asks again with a larger buffer while the answer grows.
 template <class Call>
-std::string ReadGrowing(const SSourceItem& item, const char* operation, const Call& call) {
+std::string ReadGrowing(const std::string& path, const char* operation, const Call& call) {
     std::string buffer(1024, '\0');
     for (;;) {
         const ssize_t length = call(buffer.data(), buffer.size());
@@ -83,10 +83,52 @@ std::string ReadGrowing(const SSourceItem& item, const char* operation, const Ca
             return buffer;
         }
         if (length < 0 && errno != ERANGE) {
-            throw posix::CPosixExc(operation, item.path, errno);
+            throw posix::CPosixExc(operation, path, errno);
         }
         buffer.resize(buffer.size() * 4);
     }
+}
+
+/// Reads what `list` and `get`, which are like flistxattr and fgetxattr without their first argument, have to tell.
+template <class List, class Get>
+std::vector<SXattr> ReadXattrsWith(const std::string& path, const xattr_fault_t& onFault, const List& list,
+                                   const Get& get) {
+    std::vector<SXattr> xattrs;
+    const auto read = [&](const std::string& name) {
+        try {
+            const auto value = [&](char* buffer, std::size_t size) { return get(name.c_str(), buffer, size); };
+            xattrs.push_back({name, ReadGrowing(path, "read an extended attribute of", value)});
+        } catch (const posix::CPosixExc& failure) {
+            const int error = failure.GetErrorNumber();
+            if (error == ENODATA) {  // taken away since it was listed
+                return;
+            }
+            if (!onFault || error == ENOENT) {
+                throw;
+            }
+            onFault(failure);
+        }
+    };
+    std::string names;
+    try {
+        const ssize_t length = list(nullptr, 0);
+        if (length == 0 || (length < 0 && errno == ENOTSUP)) {
+            return xattrs;
+        }
+        names = ReadGrowing(path, "list the extended attributes of", list);
+    } catch (const posix::CPosixExc& failure) {
+        if (!onFault || failure.GetErrorNumber() == ENOENT) {
+            throw;
+        }
+        onFault(failure);
+    }
+    for (std::size_t begin = 0; begin < names.size();) {
+        const std::string name(names.c_str() + begin);
+        begin += name.size() + 1;
+        read(name);
+    }
+    std::sort(xattrs.begin(), xattrs.end(), [](const SXattr& a, const SXattr& b) { return a.name < b.name; });
+    return xattrs;
 }
 
 }  // namespace
@@ -124,33 +166,40 @@ posix::posix_file_t OpenItem(const SSourceItem& item) {
 }
 
 std::string ReadLinkTarget(const SSourceItem& item) {
-    return ReadGrowing(item, "read the link", [&](char* buffer, std::size_t size) {
+    return ReadGrowing(item.path, "read the link", [&](char* buffer, std::size_t size) {
         return ::readlinkat(item.parentFd, item.name.c_str(), buffer, size);
     });
 }
 
-std::vector<SXattr> ReadXattrs(const SSourceItem& item) {
+std::vector<SXattr> ReadXattrs(const SSourceItem& item, const xattr_fault_t& onFault) {
     const std::string path = ProcPath(item);
-    std::vector<SXattr> xattrs;
-    const ssize_t length = ::llistxattr(path.c_str(), nullptr, 0);
-    if (length < 0 && errno != ENOTSUP) {
-        throw posix::CPosixExc("list the extended attributes of", item.path, errno);
+    try {
+        return ReadXattrsWith(
+            item.path, onFault,
+            [&](char* buffer, std::size_t size) { return ::llistxattr(path.c_str(), buffer, size); },
+            [&](const char* name, char* buffer, std::size_t size) {
+                return ::lgetxattr(path.c_str(), name, buffer, size);
+            });
+    } catch (const posix::CPosixExc& failure) {
+        const bool isThere = ::faccessat(item.parentFd, item.name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+        if (failure.GetErrorNumber() != ENOENT || !isThere) {
+            throw;
+        }
+        // It is not the item that is missing.
+        const posix::CPosixExc withoutProc("list, for want of /proc, the extended attributes of", item.path, ENOSYS);
+        if (!onFault) {
+            throw posix::CPosixExc(withoutProc);
+        }
+        onFault(withoutProc);
+        return {};
     }
-    if (length <= 0) {
-        return xattrs;
-    }
-    const std::string names = ReadGrowing(item, "list the extended attributes of", [&](char* buffer, std::size_t size) {
-        return ::llistxattr(path.c_str(), buffer, size);
-    });
-    for (std::size_t begin = 0; begin < names.size();) {
-        const std::string name(names.c_str() + begin);
-        begin += name.size() + 1;
-        xattrs.push_back({name, ReadGrowing(item, "read an extended attribute of", [&](char* buffer, std::size_t size) {
-                              return ::lgetxattr(path.c_str(), name.c_str(), buffer, size);
-                          })});
-    }
-    std::sort(xattrs.begin(), xattrs.end(), [](const SXattr& a, const SXattr& b) { return a.name < b.name; });
-    return xattrs;
+}
+
+std::vector<SXattr> ReadXattrs(const posix::posix_file_t& file, const xattr_fault_t& onFault) {
+    const int fd = file.GetFd();
+    return ReadXattrsWith(
+        file.GetPath(), onFault, [&](char* buffer, std::size_t size) { return ::flistxattr(fd, buffer, size); },
+        [&](const char* name, char* buffer, std::size_t size) { return ::fgetxattr(fd, name, buffer, size); });
 }
 
 }  // namespace agent

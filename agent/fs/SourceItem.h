@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "agent/model/Entry.h"
@@ -46,7 +47,13 @@ struct SChangeSigns {
 /// The text of a symbolic link.
 [[nodiscard]] std::string ReadLinkTarget(const SSourceItem& item);
 
-/// The item's extended attributes, sorted by name; none where the file system has none.
-[[nodiscard]] std::vector<SXattr> ReadXattrs(const SSourceItem& item);
+/// Is told of extended attributes that cannot be read.
+using xattr_fault_t = std::function<void(const posix::CPosixExc& failure)>;
+
+/// The item's extended attributes, sorted by name; none where the file system has none. Those that cannot be read are
+/// told and left out; without a sink the first such ends the call. That the item is no more passes through.
+[[nodiscard]] std::vector<SXattr> ReadXattrs(const SSourceItem& item, const xattr_fault_t& onFault = {});
+/// The same of a file that is open, which needs no /proc.
+[[nodiscard]] std::vector<SXattr> ReadXattrs(const posix::posix_file_t& file, const xattr_fault_t& onFault = {});
 
 }  // namespace agent

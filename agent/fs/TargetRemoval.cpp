@@ -2,7 +2,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,14 +23,10 @@ struct stat StatOf(int parent, const std::string& name, const std::string& shown
     return info;
 }
 
-void RemoveContent(int parent, const std::string& name, const std::string& shownPath, dev_t device) {
-    const posix::fd_t folder(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat info {};
-    if (!folder || ::fstat(folder.Get(), &info) != 0) {
-        throw posix::CPosixExc("open the folder", shownPath, errno);
-    }
-    if (info.st_dev != device) {
-        throw posix::CPosixExc("remove the mounted folder", shownPath, EXDEV);
+void RemoveContent(int parent, const std::string& name, const std::string& shownPath) {
+    const posix::fd_t folder = OpenOnSameFileSystem(parent, name, O_RDONLY);
+    if (!folder) {
+        throw posix::CPosixExc(errno == EXDEV ? "remove the mounted folder" : "open the folder", shownPath, errno);
     }
     for (const auto& child : NamesInFolder(folder, shownPath)) {
         RemoveItem(folder.Get(), child, shownPath + "/" + child, true);
@@ -36,6 +34,23 @@ void RemoveContent(int parent, const std::string& name, const std::string& shown
 }
 
 }  // namespace
+
+posix::fd_t OpenOnSameFileSystem(int parent, const std::string& path, int flags) {
+    struct open_how how {};
+    how.flags = static_cast<unsigned>(flags | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_XDEV;
+    posix::fd_t folder(static_cast<int>(::syscall(SYS_openat2, parent, path.c_str(), &how, sizeof(how))));
+    struct stat above {};
+    struct stat info {};
+    if (!folder || ::fstat(parent, &above) != 0 || ::fstat(folder.Get(), &info) != 0) {
+        return {};
+    }
+    if (info.st_dev != above.st_dev) {  // what looks like another file system without being mounted
+        folder = {};
+        errno = EXDEV;
+    }
+    return folder;
+}
 
 std::vector<std::string> NamesInFolder(const posix::fd_t& folder, const std::string& shownPath) {
     struct SClose {
@@ -65,11 +80,7 @@ void RemoveItem(int parent, const std::string& name, const std::string& shownPat
     const struct stat info = StatOf(parent, name, shownPath);
     const bool isFolder = S_ISDIR(info.st_mode);
     if (isFolder && withContent) {
-        struct stat above {};
-        if (::fstat(parent, &above) != 0) {
-            throw posix::CPosixExc("look at the folder of", shownPath, errno);
-        }
-        RemoveContent(parent, name, shownPath, above.st_dev);
+        RemoveContent(parent, name, shownPath);
     }
     if (::unlinkat(parent, name.c_str(), isFolder ? AT_REMOVEDIR : 0) != 0) {
         throw posix::CPosixExc("remove", shownPath, errno);

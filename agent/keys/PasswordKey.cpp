@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "common/exc.h"
+#include "common/logging.h"
 
 namespace agent {
 
@@ -18,6 +19,10 @@ constexpr std::size_t keySize = 32;
 constexpr std::uint32_t leastMemoryKib = 8;
 constexpr std::uint32_t mostMemoryKib = 4U << 20U;
 constexpr std::uint32_t mostPasses = 100;
+
+/// Sixteen times the usual memory, and about ten seconds: nobody asks for more without knowing it.
+constexpr std::uint32_t unusualMemoryKib = 1U << 20U;
+constexpr std::uint64_t unusualWorkKib = std::uint64_t{16} << 20U;
 
 static_assert(crypto_pwhash_argon2id_SALTBYTES == 16);
 
@@ -41,6 +46,17 @@ void CheckCost(const SPasswordCost& cost) {
         throw exc::CRuntimeExc(
             "A password cannot cost %1 KiB of memory and %2 passes: %3 to %4 KiB and 1 to %5 passes are possible",
             cost.memoryKib, cost.passes, leastMemoryKib, mostMemoryKib, mostPasses);
+    }
+}
+
+/// Whoever can write the record says what it costs to open it, and makes this machine pay before anything is proven.
+void WarnOfCost(const SPasswordCost& cost) {
+    if (cost.memoryKib > unusualMemoryKib || std::uint64_t{cost.memoryKib} * cost.passes > unusualWorkKib) {
+        logging::Library().Warn(
+            "The key record asks for %1 MiB of memory and %2 passes at each use of the password. If you have not "
+            "chosen "
+            "that (--key-memory, --key-passes), somebody else has written the record",
+            cost.memoryKib >> 10U, cost.passes);
     }
 }
 
@@ -70,6 +86,7 @@ SPasswordSalt SPasswordSalt::FromBytes(std::span<const char> bytes) {
     SPasswordSalt salt;
     salt.cost = {NumberAt(bytes, 1), NumberAt(bytes, 5)};
     CheckCost(salt.cost);
+    WarnOfCost(salt.cost);
     std::ranges::copy(bytes.subspan(9), salt.bytes.begin());
     return salt;
 }

@@ -25,7 +25,8 @@ struct SPasswordSalt {
 
     [[nodiscard]] static SPasswordSalt CreateNew(const SPasswordCost& cost);
     [[nodiscard]] crypto::sec_bytes_t ToBytes() const;
-    /// Throws exc::CRuntimeExc for bytes that are no salt, and for costs that no machine should be made to pay.
+    /// Throws exc::CRuntimeExc for bytes that are no salt, and for costs that no machine should be made to pay;
+    /// logs a warning of those that nobody has by chance.
     [[nodiscard]] static SPasswordSalt FromBytes(std::span<const char> bytes);
 
     bool operator==(const SPasswordSalt&) const = default;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/exc.h"
+#include "tests/support/RecordingSink.h"
 
 namespace agent {
 
@@ -57,6 +58,25 @@ TEST(PasswordSalt, RefusesOtherBytes) {
     bytes[0] = 2;
     EXPECT_EQ(FailureOf([&] { static_cast<void>(SPasswordSalt::FromBytes(bytes)); }),
               "The key record's salt is none of this program's");
+}
+
+TEST(PasswordSalt, WarnsOfCostsThatNobodyHasByChance) {
+    const auto warningsOf = [](const SPasswordCost& cost) {
+        SPasswordSalt salt;
+        salt.cost = cost;
+        const test::RecordingSink sink;
+        static_cast<void>(SPasswordSalt::FromBytes(salt.ToBytes()));
+        return sink.GetTexts(logging::level_t::warn);
+    };
+    const std::vector<std::string> none;
+    EXPECT_EQ(warningsOf({64U << 10U, 3}), none);
+    EXPECT_EQ(warningsOf({1U << 20U, 16}), none);
+    EXPECT_EQ(warningsOf({(1U << 20U) + 1, 1}).size(), 1U);
+    EXPECT_EQ(warningsOf({1U << 20U, 17}).size(), 1U);
+    EXPECT_EQ(warningsOf({4U << 20U, 100}),
+              std::vector<std::string>{
+                  "The key record asks for 4096 MiB of memory and 100 passes at each use of the password. If you have "
+                  "not chosen that (--key-memory, --key-passes), somebody else has written the record"});
 }
 
 TEST(PasswordSalt, RefusesCostsThatARecordMustNotAsk) {

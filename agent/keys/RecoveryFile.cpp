@@ -1,7 +1,5 @@
 #include "agent/keys/RecoveryFile.h"
 
-#include <sys/stat.h>
-
 #include <nlohmann/json.hpp>
 
 #include "common/posix.h"
@@ -34,13 +32,14 @@ crypto::sec_bytes_t SRecoveryKeys::ToText() const {
         list.push_back({{"id", key->GetId().ToAStr()},
                         {"key", util::toBase64(std::string_view(material.data(), material.size()))}});
     }
-    const std::string text = json{{"what", kind},
-                                  {"version", formatVersion},
-                                  {"repository", repositoryId.ToAStr()},
-                                  {"client", clientId.ToAStr()},
-                                  {"keys", list}}
-                                 .dump(2) +
-                             "\n";
+    std::string text = json{{"what", kind},
+                            {"version", formatVersion},
+                            {"repository", repositoryId.ToAStr()},
+                            {"client", clientId.ToAStr()},
+                            {"keys", list}}
+                           .dump(2) +
+                       "\n";
+    const crypto::erase_at_end_t erased(text);
     return {text.begin(), text.end()};
 }
 
@@ -75,13 +74,6 @@ SRecoveryKeys ReadRecoveryFile(const std::string& path) {
     }
 }
 
-void WriteRecoveryFile(const std::string& path, const SRecoveryKeys& keys) {
-    auto file = posix::posix_file_t::OpenOrCreate4Write(path, true, 0);
-    if (::fchmod(file.GetFd(), S_IRUSR | S_IWUSR) != 0) {
-        throw posix::CPosixExc("set the mode of", path, errno);
-    }
-    file.Write(keys.ToText());
-    file.Sync();
-}
+void WriteRecoveryFile(const std::string& path, const SRecoveryKeys& keys) { posix::WriteNewFile(path, keys.ToText()); }
 
 }  // namespace agent

@@ -21,7 +21,8 @@ struct SRecoveryKeys {
 
 /// Throws exc::CRuntimeExc that names the file.
 [[nodiscard]] SRecoveryKeys ReadRecoveryFile(const std::string& path);
-/// Makes the file, for the user alone; one that exists is an error.
+/// Makes the file, for the user alone; one that exists is an error. It is on the device when this returns; when it
+/// throws there is none.
 void WriteRecoveryFile(const std::string& path, const SRecoveryKeys& keys);
 
 }  // namespace agent

@@ -1,8 +1,10 @@
 #include "agent/run/ClientKeys.h"
 
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "agent/keys/RecoveryFile.h"
 #include "agent/run/LocalState.h"
@@ -70,6 +72,17 @@ CKeyRing CClientKeys::Load() const {
     return keys;
 }
 
+bool CClientKeys::HasRecord() const { return repository_.GetEncryptionKeyInfo(clientId_).IsSet(); }
+
+std::string CClientKeys::DescribeNoKey() const {
+    if (HasRecord()) {
+        return "does not encrypt what it stores";
+    }
+    return repository_.EnumBackups(clientId_).empty()
+               ? "has no key yet: the first backup makes one"
+               : "has backups, but no key record: either it never encrypted, or the record is lost";
+}
+
 CKeyRing CClientKeys::LoadOrMake() const {
     if (!options_.recoveryFile.empty()) {
         throw exc::CRuntimeExc("Recovery keys are for reading: to write, the password is needed");
@@ -98,7 +111,9 @@ void CClientKeys::MakeFirst() const {
             "the record is lost",
             clientId_);
     }
+    const auto lock = Lock();
     if (options_.noEncryption) {
+        CheckIsStill(std::nullopt);
         repository_.SetEncryptionKey(clientId_, RecordOf({}, L"not encrypted"),
                                      std::make_shared<crypto::sec_bytes_t>());
         Remember(withoutKey);
@@ -106,6 +121,7 @@ void CClientKeys::MakeFirst() const {
     }
     const auto salt = SPasswordSalt::CreateNew(options_.cost);
     const auto key = KeyOfPassword(AskPassword(options_, EPasswordUse::first), salt);
+    CheckIsStill(std::nullopt);
     repository_.SetEncryptionKey(clientId_, RecordOf(key->GetId(), {}),
                                  std::make_shared<crypto::sec_bytes_t>(salt.ToBytes()));
     Remember(key->GetId().ToAStr());
@@ -131,11 +147,38 @@ CKeyRing CClientKeys::OpenWithRecoveryFile() const {
     return recovery.keys;
 }
 
+/// Held as long as the file is open: who asks for a password does not do so for two commands at once.
+posix::posix_file_t CClientKeys::Lock() const {
+    auto file = posix::posix_file_t::OpenOrCreate4Write(memoryFile_ + ".lock", false, 0);
+    if (::flock(file.GetFd(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) {
+            throw exc::CRuntimeExc("Another command on this machine is giving client %1 a key", clientId_);
+        }
+        throw posix::CPosixExc("lock", file.GetPath(), errno);
+    }
+    return file;
+}
+
+/// A key record that came while a password was asked for is not written over: its key would be gone for ever, and with
+/// it what others have encrypted by it. As late as possible before a record is written.
+void CClientKeys::CheckIsStill(const std::optional<key_info_t>& before) const {
+    const auto now = repository_.GetEncryptionKeyInfo(clientId_);
+    const bool isSame = now.IsSet() == before.has_value() &&
+                        (!before || (IdOf(now.Get()) == IdOf(*before) && *now.Get().salt == *before->salt));
+    if (!isSame) {
+        throw exc::CRuntimeExc(
+            "Client %1 has been given another key meanwhile: nothing was changed here. Do it again if you still want "
+            "to, with the password that counts now",
+            clientId_);
+    }
+}
+
 CKeyRing CClientKeys::Replace(EPasswordUse password, const std::wstring& hint) const {
+    const auto lock = Lock();
     const auto info = repository_.GetEncryptionKeyInfo(clientId_);
     if (!info.IsSet() || SaysNoEncryption(info.Get())) {
         CheckMemory(withoutKey);
-        throw exc::CRuntimeExc("Client %1 does not encrypt what it stores: there is no key to replace", clientId_);
+        throw exc::CRuntimeExc("There is no key to replace: client %1 %2", clientId_, DescribeNoKey());
     }
     const CKeyRing keys = Open(info.Get());
     CheckIsNotOlder(keys);
@@ -146,6 +189,7 @@ CKeyRing CClientKeys::Replace(EPasswordUse password, const std::wstring& hint) c
     // earlier try stopped between the two, the history has the current key already, wrapped under a key that never was.
     const auto former = RetireKey(*keys.GetCurrent(), info.Get().hint, *next);
     const auto history = repository_.EnumHistoricalKeys(clientId_);
+    CheckIsStill(info.Get());
     const bool isRetried = !history.empty() && history.front()->GetId().GetRaw() == keys.GetCurrent()->GetId();
     if (isRetried) {
         ReplaceNewest(repository_, clientId_, former);

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "agent/keys/KeyRing.h"
 #include "agent/keys/PasswordKey.h"
 #include "cloudbackuplib/ICloudRepository.h"
+#include "common/posix.h"
 
 namespace agent {
 
@@ -53,11 +55,16 @@ public:
 
     /// To read with. Without a record: no keys.
     [[nodiscard]] CKeyRing Load() const;
+    /// Whether anybody has said how the client stores, with a key or without.
+    [[nodiscard]] bool HasRecord() const;
+    /// Why there are no keys, as the rest of a sentence on the client: "does not encrypt what it stores" or the like.
+    [[nodiscard]] std::string DescribeNoKey() const;
     /// To write with: without a record one is made first, as the options have it.
     [[nodiscard]] CKeyRing LoadOrMake() const;
     /// Puts a new key, of the password given, in place of the current one, which goes into the history: everything
     /// stays readable, and nothing is encrypted anew. The former password opens nothing any more, but for who kept a
-    /// copy of the records from before. Returns the keys; may be repeated after any failure.
+    /// copy of the records from before. Returns the keys; may be repeated after any failure. Throws, with nothing
+    /// changed, when the key has been replaced while the password was asked for: what that one encrypts is not lost.
     CKeyRing Replace(EPasswordUse password, const std::wstring& hint) const;
 
 private:
@@ -66,6 +73,8 @@ private:
     [[nodiscard]] CKeyRing Open(const key_info_t& info) const;
     [[nodiscard]] CKeyRing OpenWithRecoveryFile() const;
     void MakeFirst() const;
+    [[nodiscard]] posix::posix_file_t Lock() const;
+    void CheckIsStill(const std::optional<key_info_t>& before) const;
     void CheckMemory(const std::string& found) const;
     void CheckIsWanted() const;
     void CheckIsNotOlder(const CKeyRing& keys) const;

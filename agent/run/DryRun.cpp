@@ -49,16 +49,13 @@ private:
         SetStatistics(source.path, reader.GetStatistics());
     }
 
-    /// This machine's own copy is only read, and only when it is the checkpoint's.
     CMetaState LoadKnown(const std::string& path) {
         const SRoot* known = document_.FindRoot(path);
         if (known == nullptr) {
             return {};
         }
-        const std::string own = LocalMetaPath(repository_.GetSetFolder(), known->storageId);
-        const bool usable = LocalMetaVersion(own, *known) != 0;
-        return LoadRootMetadata(*session_, *known, usable ? own : LocalMetaPath(scratch_.GetPath(), known->storageId),
-                                *repository_.GetKeys());
+        return LoadRootMetadata4Read(*session_, *known, repository_.GetSetFolder(), scratch_.GetPath(),
+                                     *repository_.GetKeys());
     }
 
     void SetStatistics(const std::string& path, const SRootStatistics& statistics) {

@@ -1,6 +1,7 @@
 #include "agent/run/ExistingItems.h"
 
 #include <algorithm>
+#include <span>
 
 #include "common/digest.h"
 #include "common/exc.h"
@@ -38,6 +39,16 @@ bool HasContent(const posix::posix_file_t& file, const SEntry& entry, std::vecto
     return file.ReadAt(0, buffer.data(), buffer.size()) == entry.size && digest::Sha256(buffer) == *entry.contentSha256;
 }
 
+/// Notes where a chunk's pieces are, with the digests of what was read there.
+void AddLocal(const SRestorePlan::SWanted& wanted, const std::vector<char>& plain,
+              std::vector<SRestorePlan::SLocalRange>& local) {
+    for (const auto& piece : wanted.pieces) {
+        const std::span<const char> bytes(plain.data() + piece.chunkOffset, piece.length);
+        const bool isAll = piece.length == wanted.chunk->plainSize;
+        local.push_back({{piece.fileOffset, piece.length}, isAll ? wanted.chunk->sha256 : digest::Sha256(bytes)});
+    }
+}
+
 bool IsWithoutHoles(const SEntry& entry) {
     std::uint64_t covered = 0;
     for (const auto& segment : entry.segments) {
@@ -54,7 +65,8 @@ std::string STargetMapping::Map(const std::string& path) const {
 }
 
 EPlanned CExistingItems::Judge(const std::string& path, const SEntry& entry,
-                               const std::vector<SRestorePlan::SWanted>& pieces, std::vector<SFileRange>& local) {
+                               const std::vector<SRestorePlan::SWanted>& pieces,
+                               std::vector<SRestorePlan::SLocalRange>& local) {
     const std::string target = mapping_.Map(path);
     const auto now = target_.Find(target);
     if (!now) {
@@ -70,7 +82,7 @@ EPlanned CExistingItems::Judge(const std::string& path, const SEntry& entry,
     if (rule_ == EOverwrite::always || isFolder) {
         return EPlanned::replace;
     }
-    if (rule_ == EOverwrite::ifNewer && entry.type != EEntryType::hardLink && entry.mtime <= now->mtime) {
+    if (rule_ == EOverwrite::ifNewer && entry.mtime <= now->mtime) {
         return EPlanned::skip;
     }
     if (entry.type == EEntryType::file && now->type == EEntryType::file) {
@@ -79,13 +91,22 @@ EPlanned CExistingItems::Judge(const std::string& path, const SEntry& entry,
     return IsSameOther(target, *now, entry) ? EPlanned::keep : EPlanned::replace;
 }
 
+bool CExistingItems::IsSameFile(const std::string& path, const SEntry& entry) {
+    if (compareContent_) {
+        return false;  // nobody has looked
+    }
+    const auto now = target_.Find(mapping_.Map(path));
+    return now && now->type == EEntryType::file && now->size == entry.size && now->mtime == entry.mtime;
+}
+
 bool CExistingItems::IsSameOther(const std::string& path, const SEntry& now, const SEntry& entry) {
     return now.type == entry.type && now.rdev == entry.rdev &&
            (entry.type != EEntryType::symlink || target_.ReadLink(path) == entry.target);
 }
 
 EPlanned CExistingItems::JudgeFile(const std::string& path, const SEntry& now, const SEntry& entry,
-                                   const std::vector<SRestorePlan::SWanted>& pieces, std::vector<SFileRange>& local) {
+                                   const std::vector<SRestorePlan::SWanted>& pieces,
+                                   std::vector<SRestorePlan::SLocalRange>& local) {
     const bool looksSame = now.size == entry.size && now.mtime == entry.mtime;
     if (looksSame && (!compareContent_ || entry.size == 0)) {
         return EPlanned::keep;
@@ -98,12 +119,10 @@ EPlanned CExistingItems::JudgeFile(const std::string& path, const SEntry& now, c
     for (const auto& wanted : pieces) {
         if (HasChunk(file, wanted, buffer_)) {
             ++found;
-            for (const auto& piece : wanted.pieces) {
-                local.push_back({piece.fileOffset, piece.length});
-            }
+            AddLocal(wanted, buffer_, local);
         }
     }
-    const auto byOffset = [](const SFileRange& a, const SFileRange& b) { return a.offset < b.offset; };
+    const auto byOffset = [](const auto& a, const auto& b) { return a.offset < b.offset; };
     std::sort(local.begin(), local.end(), byOffset);
     const bool isSame = found == pieces.size() && now.size == entry.size && IsWithoutHoles(entry);
     return isSame ? EPlanned::keep : EPlanned::replace;

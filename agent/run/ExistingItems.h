@@ -36,11 +36,13 @@ public:
         : target_(target), mapping_(mapping), rule_(rule), compareContent_(compareContent) {}
 
     EPlanned Judge(const std::string& path, const SEntry& entry, const std::vector<SRestorePlan::SWanted>& pieces,
-                   std::vector<SFileRange>& local) override;
+                   std::vector<SRestorePlan::SLocalRange>& local) override;
+    [[nodiscard]] bool IsSameFile(const std::string& path, const SEntry& entry) override;
 
 private:
     [[nodiscard]] EPlanned JudgeFile(const std::string& path, const SEntry& now, const SEntry& entry,
-                                     const std::vector<SRestorePlan::SWanted>& pieces, std::vector<SFileRange>& local);
+                                     const std::vector<SRestorePlan::SWanted>& pieces,
+                                     std::vector<SRestorePlan::SLocalRange>& local);
     [[nodiscard]] bool IsSameOther(const std::string& path, const SEntry& now, const SEntry& entry);
 
     CRestoreTarget& target_;

@@ -53,11 +53,10 @@ void COpenedCheckpoint::SwitchTo(const std::string& which) {
 }
 
 CMetaState COpenedCheckpoint::LoadMetadata(const SRoot& root, EMetadataFrom from) {
-    // This machine's own copy is only read, and only when it is the checkpoint's; else the scratch folder gets one.
-    const std::string own = LocalMetaPath(repository_.GetSetFolder(), root.storageId);
-    const bool useOwn = from == EMetadataFrom::anywhere && LocalMetaVersion(own, root) != 0;
-    const std::string path = useOwn ? own : LocalMetaPath(scratch_.GetPath(), root.storageId);
-    return LoadRootMetadata(*session_, root, path, *repository_.GetKeys());
+    const CKeyRing& keys = *repository_.GetKeys();
+    return from == EMetadataFrom::anywhere
+               ? LoadRootMetadata4Read(*session_, root, repository_.GetSetFolder(), scratch_.GetPath(), keys)
+               : LoadRootMetadata(*session_, root, LocalMetaPath(scratch_.GetPath(), root.storageId), keys);
 }
 
 SChunkSource COpenedCheckpoint::GetChunkSource(const SRoot& root, const CMetaState& state) {

@@ -189,6 +189,10 @@ std::string COpenedRepository::StoreDocument(std::uint64_t checkpoint, const SSe
 COpenedRepository COpenedRepository::Open4Write(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);
     auto opened = Open(options, state);
+    if (!options.client.empty() && guid::guid_t::FromStr(options.client) != opened.clientId) {
+        throw CForeignClientExc("Backups are made as client %1 from here, not as client %2: leave --client away",
+                                opened.clientId, options.client);
+    }
     return {std::move(opened.repository), opened.clientId, options, state};
 }
 

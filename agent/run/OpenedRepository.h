@@ -41,10 +41,16 @@ guid::guid_t CreateRepository(const SRepositoryOptions& options);
 [[nodiscard]] std::shared_ptr<cloudbackuplib::backup::ICloudRepository> OpenCloudRepository(
     const SRepositoryOptions& options, const std::optional<guid::guid_t>& as = {});
 
+/// The options ask for another client than the one that can be written as from here.
+class CForeignClientExc : public exc::CRuntimeExc {
+public:
+    using CRuntimeExc::CRuntimeExc;
+};
+
 /// An open repository, seen as one client with one set. For one thread.
 class COpenedRepository {
 public:
-    /// For writing, as this machine's client.
+    /// For writing, as this machine's client. Throws CForeignClientExc when the options ask for another one.
     [[nodiscard]] static COpenedRepository Open4Write(const SRepositoryOptions& options);
     /// For reading, as the client that the options ask for.
     [[nodiscard]] static COpenedRepository Open4Read(const SRepositoryOptions& options);

@@ -62,8 +62,8 @@ void CheckSelection(const SRestoreSelection& selection) {
     }
 }
 
-CRestoreFilter::CRestoreFilter(const SRestoreSelection& selection, const std::string& root)
-    : isWhole_(selection.paths.empty()) {
+CRestoreFilter::CRestoreFilter(const SRestoreSelection& selection, const std::string& root, CRootNeighbours neighbours)
+    : isWhole_(selection.paths.empty()), neighbours_(std::move(neighbours)) {
     for (const auto& given : selection.paths) {
         const std::string path = NormalPath(given);
         if (IsPathAtOrUnder(root, path)) {
@@ -82,7 +82,8 @@ CRestoreFilter::CRestoreFilter(const SRestoreSelection& selection, const std::st
 
 bool CRestoreFilter::Takes(std::string_view path, bool isFolder) const {
     const auto holds = [&](const std::string& wanted) { return IsPathAtOrUnder(path, wanted); };
-    return (isWhole_ || std::any_of(paths_.begin(), paths_.end(), holds)) && MatchesPatterns(path, isFolder);
+    return (isWhole_ || std::any_of(paths_.begin(), paths_.end(), holds)) && MatchesPatterns(path, isFolder) &&
+           !neighbours_.LeavesOut(path, isFolder);
 }
 
 bool CRestoreFilter::MatchesPatterns(std::string_view path, bool isFolder) const {

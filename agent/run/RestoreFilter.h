@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/run/RootNeighbours.h"
 #include "agent/select/PatternList.h"
 
 namespace agent {
@@ -25,14 +26,24 @@ void CheckSelection(const SRestoreSelection& selection);
 class CRestoreFilter {
 public:
     /// Of a selection that CheckSelection passes.
-    CRestoreFilter(const SRestoreSelection& selection, const std::string& root);
+    CRestoreFilter(const SRestoreSelection& selection, const std::string& root, CRootNeighbours neighbours = {});
 
     /// False when nothing in the root can be meant: its metadata is not even needed.
     [[nodiscard]] bool MayTakeAny() const { return isWhole_ || !paths_.empty(); }
     /// `path` from the root on.
     [[nodiscard]] bool Takes(std::string_view path, bool isFolder) const;
-    /// Takes everything.
-    [[nodiscard]] bool IsTrivial() const { return isWhole_ && include_.IsEmpty() && exclude_.IsEmpty(); }
+    /// Whether another root restores the path.
+    [[nodiscard]] bool IsOfOtherRoot(std::string_view path, bool isFolder) const {
+        return neighbours_.LeavesOut(path, isFolder);
+    }
+    /// Whether a name that the root does not know may be deleted, as far as it is concerned itself.
+    [[nodiscard]] bool TakesUnknown(std::string_view path, bool isFolder) const {
+        return Takes(path, isFolder) && !neighbours_.IsGuarded(path);
+    }
+    /// Whether that goes for whatever lies in such a folder as well.
+    [[nodiscard]] bool TakesAllUnder(std::string_view path) const {
+        return include_.IsEmpty() && exclude_.IsEmpty() && !neighbours_.HasGuardedUnder(path);
+    }
 
 private:
     [[nodiscard]] bool MatchesPatterns(std::string_view path, bool isFolder) const;
@@ -41,6 +52,7 @@ private:
     std::vector<std::string> paths_;  // from the root on
     CPatternList include_;
     CPatternList exclude_;
+    CRootNeighbours neighbours_;
 };
 
 /// "/a//b/" as "/a/b"; throws exc::CRuntimeExc unless it is absolute and free of "." and "..".

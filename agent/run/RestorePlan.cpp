@@ -4,6 +4,7 @@
 #include <array>
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace agent {
 
@@ -57,7 +58,7 @@ private:
     void PutFolders() {
         for (; put_ < open_.size(); ++put_) {
             SRestorePlan::SFolder folder = open_[put_];
-            std::vector<SFileRange> none;
+            std::vector<SRestorePlan::SLocalRange> none;
             folder.planned = Judge(*folder.path, folder.entry->Unpack(), {}, none);
             plan_.folders.push_back(folder);
         }
@@ -74,7 +75,7 @@ private:
         } else if (type == EEntryType::hardLink) {
             AddHardLink(path, packed, entry);
         } else {
-            std::vector<SFileRange> none;
+            std::vector<SRestorePlan::SLocalRange> none;
             const SRestorePlan::SItem item{&path, &packed, Judge(path, entry, {}, none)};
             (item.planned == EPlanned::keep ? plan_.kept : plan_.others).push_back(item);
             DropSkipped(plan_.others);
@@ -89,7 +90,8 @@ private:
         }
     }
 
-    /// The first name of a file that is restored gets the content, also when the file had another name before.
+    /// The first name of a file that is restored gets the content, also when the file had another name before, and when
+    /// that name stays with another file that stands there.
     void AddHardLink(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
         const auto original = state_.GetEntries().find(entry.target);
         if (original == state_.GetEntries().end() || original->second.GetType() != EEntryType::file) {
@@ -99,25 +101,35 @@ private:
             plan_.hardLinks.push_back(broken);
             return;
         }
-        const auto [first, isFirst] = firstNames_.emplace(&original->first, &path);
-        if (isFirst && !filter_.Takes(entry.target, false)) {
-            AddFile(path, original->second, original->second.Unpack());
+        const std::string* const first = FindFirstName(original->first);
+        if (first == nullptr) {
+            if (AddFile(path, original->second, original->second.Unpack()) != EPlanned::skip) {
+                firstNames_.emplace(&original->first, &path);
+            }
             return;
         }
-        if (isFirst) {
-            first->second = &original->first;
-        }
-        std::vector<SFileRange> none;
+        std::vector<SRestorePlan::SLocalRange> none;
         SRestorePlan::SHardLink link;
         link.path = &path;
         link.entry = &packed;
-        link.existing = first->second;
-        link.planned = Judge(path, entry, {}, none);
+        link.existing = first;
+        SEntry asFile = entry;  // it is as old as the file
+        asFile.mtime = original->second.Unpack().mtime;
+        link.planned = Judge(path, asFile, {}, none);
         plan_.hardLinks.push_back(link);
         DropSkipped(plan_.hardLinks);
     }
 
-    void AddFile(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
+    /// The name that has the content of that file; null when none has it yet.
+    [[nodiscard]] const std::string* FindFirstName(const std::string& original) const {
+        const auto first = firstNames_.find(&original);
+        if (first != firstNames_.end()) {
+            return first->second;
+        }
+        return filter_.Takes(original, false) && !foreign_.contains(&original) ? &original : nullptr;
+    }
+
+    EPlanned AddFile(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
         SRestorePlan::SFile file;
         file.path = &path;
         file.entry = &packed;
@@ -125,16 +137,19 @@ private:
         const std::size_t index = plan_.files.size();
         std::vector<wanted_t> pieces = PiecesOf(index, entry);
         file.planned = Judge(path, entry, pieces, file.local);
-        if (file.planned == EPlanned::skip) {
+        const EPlanned planned = file.planned;
+        if (planned == EPlanned::skip) {
             ++plan_.skipped;
-            return;
-        }
-        if (file.planned == EPlanned::keep) {
+            if (!existing_->IsSameFile(path, entry)) {
+                foreign_.insert(&path);
+            }
+        } else if (planned == EPlanned::keep) {
             plan_.kept.push_back(file);
-            return;
+        } else {
+            plan_.files.push_back(std::move(file));
+            AddPieces(index, entry, std::move(pieces));
         }
-        plan_.files.push_back(std::move(file));
-        AddPieces(index, entry, std::move(pieces));
+        return planned;
     }
 
     void AddPieces(std::size_t index, const SEntry& entry, std::vector<wanted_t> pieces) {
@@ -160,9 +175,8 @@ private:
 
     [[nodiscard]] bool IsLocal(std::size_t index, const SRestorePlan::SPiece& piece) const {
         const auto& local = plan_.files[index].local;
-        const auto after =
-            std::upper_bound(local.begin(), local.end(), piece.fileOffset,
-                             [](std::uint64_t at, const SFileRange& range) { return at < range.offset; });
+        const auto after = std::upper_bound(local.begin(), local.end(), piece.fileOffset,
+                                            [](std::uint64_t at, const auto& range) { return at < range.offset; });
         return after != local.begin() && std::prev(after)->offset == piece.fileOffset &&
                std::prev(after)->length == piece.length;
     }
@@ -195,7 +209,7 @@ private:
     }
 
     EPlanned Judge(const std::string& path, const SEntry& entry, const std::vector<wanted_t>& pieces,
-                   std::vector<SFileRange>& local) {
+                   std::vector<SRestorePlan::SLocalRange>& local) {
         return existing_ == nullptr ? EPlanned::create : existing_->Judge(path, entry, pieces, local);
     }
 
@@ -209,6 +223,7 @@ private:
     std::vector<std::vector<SRestorePlan::SPiece>> wantedOfChunk_;
     std::map<places_t, std::size_t> firstOfPlaces_;
     std::unordered_map<const std::string*, const std::string*> firstNames_;
+    std::unordered_set<const std::string*> foreign_;  // names that stay with other files
 };
 
 }  // namespace

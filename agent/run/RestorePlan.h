@@ -9,6 +9,7 @@
 #include "agent/meta/MetaState.h"
 #include "agent/model/Entry.h"
 #include "agent/run/RestoreFilter.h"
+#include "common/digest.h"
 
 namespace agent {
 
@@ -25,6 +26,10 @@ enum class EPlanned : std::uint8_t {
 /// Each chunk is wanted once, in stream order; beside it stands what of it goes into which file. Large files of the
 /// same content as an earlier one are copied from it.
 struct SRestorePlan {
+    /// Bytes of a file that stands there, as they were when they were looked at.
+    struct SLocalRange : SFileRange {
+        digest::sha256_digest_t sha256;
+    };
     struct SItem {
         const std::string* path = nullptr;  ///< in the state
         const CPackedEntry* entry = nullptr;
@@ -35,7 +40,7 @@ struct SRestorePlan {
         /// How many pieces are still to come; 0 for an empty file, a copy, and one that is there but for attributes.
         std::size_t pieces = 0;
         /// What the file that stands there has already.
-        std::vector<SFileRange> local;
+        std::vector<SLocalRange> local;
     };
     struct SFolder : SItem {
         /// False for a folder that only leads to what is restored.
@@ -80,7 +85,10 @@ public:
     virtual ~IExistingItems() = default;
     /// What is to become of that name. For a file that is replaced, `local` gets the pieces of `pieces` that it has.
     virtual EPlanned Judge(const std::string& path, const SEntry& entry,
-                           const std::vector<SRestorePlan::SWanted>& pieces, std::vector<SFileRange>& local) = 0;
+                           const std::vector<SRestorePlan::SWanted>& pieces,
+                           std::vector<SRestorePlan::SLocalRange>& local) = 0;
+    /// Whether the file that stands there, and stays as it is, is taken for the entry's own.
+    [[nodiscard]] virtual bool IsSameFile(const std::string& path, const SEntry& entry) = 0;
 };
 
 /// A file of no more bytes than this, in one piece, is written in one go.

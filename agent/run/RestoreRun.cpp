@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <deque>
 
 #include "agent/run/OpenedCheckpoint.h"
@@ -85,33 +86,86 @@ public:
 private:
     struct SRootRestore {
         SRoot root;
+        std::string path;
         CMetaState state;
-        std::optional<CSourceRestore> restore;
+        std::unique_ptr<CSourceRestore> restore;
     };
 
     void PlanRoots() {
+        LoadRoots();
         const SSourceRestoreOptions options{options_.overwrite, options_.compareContent, options_.deleteOthers,
                                             options_.verify, options_.threads};
+        for (auto& planned : roots_) {
+            const CRestoreFilter filter(Selection(), planned.path, NeighboursOf(planned));
+            NotePathsThatAreThere(planned, filter);
+            const SPlace place = PlaceOf(planned.path, planned.state);
+            planned.restore = std::make_unique<CSourceRestore>(planned.state, OpenTarget(place.folder), place.mapping,
+                                                               filter, options, sinks_, progress_);
+        }
+    }
+
+    [[nodiscard]] SRestoreSelection Selection() const {
+        SRestoreSelection selection = options_.selection;
+        if (!subfolder_.empty() && selection.paths.empty()) {
+            selection.paths = {subfolder_};
+        }
+        return selection;
+    }
+
+    /// Those that the selection may take anything of, the inner ones first: what is made in a folder changes its time.
+    void LoadRoots() {
         for (const auto& root : checkpoint_.GetDocument().roots) {
             // A root's path is as little to be trusted as any other.
             const std::string rootPath = NormalPath(root.path);
-            SRestoreSelection selection = options_.selection;
-            if (!subfolder_.empty() && selection.paths.empty()) {
-                selection.paths = {subfolder_};
+            const CRestoreFilter filter(Selection(), rootPath);
+            const bool holdsSubfolder = IsPathAtOrUnder(subfolder_, rootPath);
+            const bool isLeftOut = !subfolder_.empty() && !holdsSubfolder && !IsPathAtOrUnder(rootPath, subfolder_);
+            if (filter.MayTakeAny() && !isLeftOut) {
+                roots_.push_back({root, rootPath, checkpoint_.LoadMetadata(root), nullptr});
+                hasSubfolder_ = hasSubfolder_ || (holdsSubfolder && HasFolder(roots_.back(), subfolder_));
             }
-            const CRestoreFilter filter(selection, rootPath);
-            const bool isLeftOut = !subfolder_.empty() && !IsPathAtOrUnder(subfolder_, rootPath);
-            if (!filter.MayTakeAny() || isLeftOut) {
-                continue;
-            }
-            SRootRestore& planned = roots_.emplace_back();
-            planned.root = root;
-            planned.state = checkpoint_.LoadMetadata(root);
-            NotePathsThatAreThere(planned.state, rootPath);
-            const SPlace place = PlaceOf(rootPath, planned.state);
-            planned.restore.emplace(planned.state, OpenTarget(place.folder), place.mapping, filter, options, sinks_,
-                                    progress_);
         }
+        if (!subfolder_.empty() && !hasSubfolder_) {
+            throw exc::CRuntimeExc("Checkpoint %1 has no folder '%2'", checkpoint_.GetId(), subfolder_);
+        }
+        const auto isWithout = [&](const SRootRestore& root) {
+            return !subfolder_.empty() && IsPathAtOrUnder(subfolder_, root.path) && !HasFolder(root, subfolder_);
+        };
+        std::erase_if(roots_, isWithout);
+        std::stable_sort(roots_.begin(), roots_.end(),
+                         [&](const auto& a, const auto& b) { return DepthOf(a.path) > DepthOf(b.path); });
+    }
+
+    /// How many roots a path lies in.
+    [[nodiscard]] std::ptrdiff_t DepthOf(const std::string& path) const {
+        const auto& roots = checkpoint_.GetDocument().roots;
+        return std::count_if(roots.begin(), roots.end(), [&](const SRoot& root) { return IsInside(path, root.path); });
+    }
+
+    /// Whether a folder lies in another.
+    static bool IsInside(const std::string& path, const std::string& folder) {
+        return path != folder && IsPathAtOrUnder(path, folder);
+    }
+
+    static bool HasFolder(const SRootRestore& root, const std::string& path) {
+        const auto found = root.state.Find(PathUnder(path, root.path));
+        return found && found->type == EEntryType::directory;
+    }
+
+    [[nodiscard]] CRootNeighbours NeighboursOf(const SRootRestore& one) const {
+        CRootNeighbours neighbours;
+        for (const auto& root : checkpoint_.GetDocument().roots) {
+            const std::string path = NormalPath(root.path);
+            if (IsInside(path, one.path)) {
+                neighbours.AddInner(PathUnder(path, one.path), root.checkpoint < one.root.checkpoint);
+            }
+        }
+        for (const auto& other : roots_) {
+            if (IsInside(one.path, other.path) && one.root.checkpoint < other.root.checkpoint) {
+                neighbours.AddNewerOuter(other.state, PathUnder(one.path, other.path));
+            }
+        }
+        return neighbours;
     }
 
     /// Where the root's content goes. Opened once when it is the same for all, since it must be empty at first.
@@ -119,12 +173,9 @@ private:
         const auto& entries = state.GetEntries();
         const bool isFolder = !entries.empty() && entries.begin()->second.GetType() == EEntryType::directory;
         if (!subfolder_.empty()) {
-            const std::string strip = PathUnder(subfolder_, rootPath);
-            const auto found = state.Find(strip);
-            if (!found || found->type != EEntryType::directory) {
-                throw exc::CRuntimeExc("Checkpoint %1 has no folder '%2'", checkpoint_.GetId(), subfolder_);
-            }
-            return {AbsolutePath(options_.target), {strip, {}}};
+            const bool isUnder = IsInside(rootPath, subfolder_);
+            return {AbsolutePath(options_.target), isUnder ? STargetMapping{{}, PathUnder(rootPath, subfolder_)}
+                                                           : STargetMapping{PathUnder(subfolder_, rootPath), {}}};
         }
         if (!options_.target.empty()) {
             return {AbsolutePath(options_.target), {{}, rootPath.substr(1)}};
@@ -150,14 +201,20 @@ private:
         return target_->Fork();
     }
 
-    void NotePathsThatAreThere(const CMetaState& state, const std::string& rootPath) {
+    void NotePathsThatAreThere(const SRootRestore& root, const CRestoreFilter& filter) {
         for (const auto& given : options_.selection.paths) {
             const std::string path = NormalPath(given);
-            const bool isAbove = IsPathAtOrUnder(rootPath, path);
-            if (isAbove || (IsPathAtOrUnder(path, rootPath) && state.Find(PathUnder(path, rootPath)))) {
+            if (IsPathAtOrUnder(root.path, path) ||
+                (IsPathAtOrUnder(path, root.path) && HasPath(root, PathUnder(path, root.path), filter))) {
                 found_.insert(path);
             }
         }
+    }
+
+    /// Patterns may leave it out all the same.
+    static bool HasPath(const SRootRestore& root, const std::string& path, const CRestoreFilter& filter) {
+        const auto entry = root.state.Find(path);
+        return entry && !filter.IsOfOtherRoot(path, entry->type == EEntryType::directory);
     }
 
     /// Before anything is written: who misspells a path shall not think that it was restored.
@@ -166,9 +223,6 @@ private:
             if (!found_.contains(NormalPath(given))) {
                 throw exc::CRuntimeExc("Checkpoint %1 holds nothing at '%2'", checkpoint_.GetId(), NormalPath(given));
             }
-        }
-        if (roots_.empty() && !subfolder_.empty()) {
-            throw exc::CRuntimeExc("Checkpoint %1 has no folder '%2'", checkpoint_.GetId(), subfolder_);
         }
     }
 
@@ -193,6 +247,7 @@ private:
     const SRestoreSinks& sinks_;
     COpenedCheckpoint checkpoint_;
     std::string subfolder_;
+    bool hasSubfolder_ = false;
     std::optional<CRestoreTarget> target_;
     SProgress progress_;
     std::set<std::string> found_;

@@ -44,9 +44,12 @@ unsigned long LocalMetaVersion(const std::string& localPath, const SRoot& root) 
     }
 }
 
-CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
-                            const std::string& localPath, const CKeyRing& keys) {
-    session.PrepareStorageForAccess(root.storageId, localPath, LocalMetaVersion(localPath, root));
+namespace {
+
+/// `version` is the one that the local file holds; 0 downloads.
+CMetaState LoadVersion(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
+                       const std::string& localPath, const CKeyRing& keys, unsigned long version) {
+    session.PrepareStorageForAccess(root.storageId, localPath, version);
     SMeta meta = ReadMeta(localPath, keys);
     if (meta.header.storageId != root.storageId || meta.header.sha256.ToAStr() != root.headerSha256) {
         throw exc::CRuntimeExc(
@@ -55,6 +58,27 @@ CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session
             EscapePath(root.path), root.storageId);
     }
     return std::move(meta.state);
+}
+
+}  // namespace
+
+CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
+                            const std::string& localPath, const CKeyRing& keys) {
+    return LoadVersion(session, root, localPath, keys, LocalMetaVersion(localPath, root));
+}
+
+CMetaState LoadRootMetadata4Read(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
+                                 const std::string& setFolder, const std::string& scratchFolder, const CKeyRing& keys) {
+    const std::string path = LocalMetaPath(scratchFolder, root.storageId);
+    // A name of its own for the copy: a run renames the next version over the other one.
+    const std::string own = path + ".own";
+    ::unlink(own.c_str());
+    if (::link(LocalMetaPath(setFolder, root.storageId).c_str(), own.c_str()) == 0) {
+        if (const auto version = LocalMetaVersion(own, root); version != 0) {
+            return LoadVersion(session, root, own, keys, version);
+        }
+    }
+    return LoadRootMetadata(session, root, path, keys);
 }
 
 }  // namespace agent

@@ -25,5 +25,10 @@ namespace agent {
 /// Throws exc::CRuntimeExc when what the store has is not what the checkpoint's document names.
 [[nodiscard]] CMetaState LoadRootMetadata(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
                                           const std::string& localPath, const CKeyRing& keys);
+/// The same for who only reads: from the copy that this machine keeps in the set's folder when it is the checkpoint's
+/// own, whatever a run puts in its place meanwhile; else by a download into the scratch folder.
+[[nodiscard]] CMetaState LoadRootMetadata4Read(cloudbackuplib::backup::CCloudBackupSession& session, const SRoot& root,
+                                               const std::string& setFolder, const std::string& scratchFolder,
+                                               const CKeyRing& keys);
 
 }  // namespace agent

@@ -232,7 +232,10 @@ std::string EscapePath(const std::string& path) {
     std::string text;
     for (std::size_t i = 0; i < path.size();) {
         const auto byte = static_cast<unsigned char>(path[i]);
-        const std::size_t length = byte < 0x20 || byte == 0x7F ? 0 : Utf8LengthAt(path, i);
+        // Control characters, those of two bytes (U+0080 to U+009F) too: a terminal would obey them.
+        const bool isControl = byte < 0x20 || byte == 0x7F ||
+                               (byte == 0xC2 && i + 1 < path.size() && static_cast<unsigned char>(path[i + 1]) < 0xA0);
+        const std::size_t length = isControl ? 0 : Utf8LengthAt(path, i);
         if (length == 0) {
             text.append("\\x").append(1, digits[byte >> 4U]).append(1, digits[byte & 0x0FU]);
         } else if (byte == '\\') {

@@ -26,22 +26,31 @@ CSetUpkeep::CSetUpkeep(const SRepositoryOptions& options, EMode mode)
     }
 }
 
-std::chrono::seconds CSetUpkeep::DefaultMinAge() const {
-    return repository_.IsOwnClient() ? std::chrono::seconds(0) : oneDay;
-}
+std::chrono::seconds CSetUpkeep::DefaultMinAge() const { return agent::DefaultMinAge(repository_); }
 
 void CSetUpkeep::CheckClientIsGone(std::chrono::seconds minAge) const {
-    if (!isForOther_) {
+    if (isForOther_) {
+        agent::CheckClientIsGone(repository_, *backup_, minAge);
+    }
+}
+
+std::chrono::seconds DefaultMinAge(const COpenedRepository& repository) {
+    return repository.IsOwnClient() ? std::chrono::seconds(0) : oneDay;
+}
+
+void CheckClientIsGone(const COpenedRepository& repository, const backup::CCloudBackup& cloudBackup,
+                       std::chrono::seconds minAge) {
+    if (repository.IsOwnClient()) {
         return;
     }
-    const std::string folder = backup::paths::GetCheckpointFolder(backup_->GetBackupId());
+    const std::string folder = backup::paths::GetCheckpointFolder(cloudBackup.GetBackupId());
     const auto border = std::chrono::system_clock::now() - minAge;
-    for (const auto& entry : backup_->GetBackupClient()->QueryFolder(folder)) {
+    for (const auto& entry : cloudBackup.GetBackupClient()->QueryFolder(folder)) {
         if (entry.modified > border) {
             throw exc::CRuntimeExc(
                 "Client %1 has made checkpoint %2 of set '%3' so lately that a run of it may be under way: do this on "
                 "its own machine, or say with --min-age that an earlier checkpoint is old enough",
-                repository_.GetClientId(), entry.name, GetSet());
+                repository.GetClientId(), entry.name, repository.GetSet());
         }
     }
 }

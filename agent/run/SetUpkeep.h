@@ -9,6 +9,14 @@
 
 namespace agent {
 
+/// For the client of another machine: throws exc::CRuntimeExc when its last checkpoint of the set is younger than that,
+/// since a run of it may be under way.
+void CheckClientIsGone(const COpenedRepository& repository, const cloudbackuplib::backup::CCloudBackup& cloudBackup,
+                       std::chrono::seconds minAge);
+/// How old that must be, and what no checkpoint names, unless the user says: nothing for this machine's client, whose
+/// runs the set's lock holds off; else a day.
+[[nodiscard]] std::chrono::seconds DefaultMinAge(const COpenedRepository& repository);
+
 /// A set that is looked after: forgotten from, pruned, kept for the long term. For one thread.
 ///
 /// To change it, the set's lock on this machine is held as long as this lives: a run of this machine's client does not
@@ -28,11 +36,8 @@ public:
     /// Whether the client was asked for that is not this machine's.
     [[nodiscard]] bool IsForOtherMachine() const { return isForOther_; }
 
-    /// How old what no checkpoint names must be to go, unless the user says: nothing for this machine's client, whose
-    /// runs the lock holds off; else a day.
     [[nodiscard]] std::chrono::seconds DefaultMinAge() const;
-    /// For the client of another machine: throws exc::CRuntimeExc when its last checkpoint is younger than that, since
-    /// a run of it may be under way.
+    /// Only when another machine's client was asked for.
     void CheckClientIsGone(std::chrono::seconds minAge) const;
 
 private:

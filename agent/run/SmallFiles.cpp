@@ -3,6 +3,8 @@
 #include <exception>
 #include <utility>
 
+#include "agent/fs/Attributes.h"
+
 namespace agent {
 
 namespace {
@@ -40,6 +42,8 @@ void CSmallFiles::Write(SBatch& batch, std::size_t worker) {
         try {
             targets_[worker].WriteFile(file.path, file.fileOffset, {batch.bytes.data() + file.begin, file.length},
                                        file.entry->Unpack());
+        } catch (const CAttributesExc& fault) {
+            file.attributeFault = fault.what();
         } catch (const std::exception& failure) {
             file.failure = failure.what();
         }

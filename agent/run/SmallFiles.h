@@ -28,6 +28,8 @@ public:
         std::size_t length = 0;
         /// Why it could not be written; empty when it was.
         std::string failure;
+        /// Which attribute could not be set, of a file that was written; empty for none.
+        std::string attributeFault;
     };
     struct SBatch {
         std::vector<char> bytes;

@@ -1,5 +1,6 @@
 #include "agent/run/SourceBackup.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 
@@ -12,6 +13,12 @@ namespace {
 
 // A file of this size or less is one piece in memory and is looked up whole by its SHA-256.
 constexpr std::uint64_t smallFileLimit = maxChunkSize;
+
+/// What was read cannot stand in the metadata.
+class CNotKeptExc : public exc::CRuntimeExc {
+public:
+    using CRuntimeExc::CRuntimeExc;
+};
 
 bool IsAtOrUnder(const std::string& path, const std::string& folder) {
     return folder.empty() || path == folder ||
@@ -32,6 +39,11 @@ void WaitUntilSettled(const STime& ctime) {
         const timespec rest{0, step - age};
         ::nanosleep(&rest, nullptr);
     }
+}
+
+/// Whether a further name is still one of that file, which may be another under the same name by now.
+bool IsSameFile(const SEntry& link, const SEntry& file) {
+    return file.type == EEntryType::file && file.inode == link.inode && file.device == link.device;
 }
 
 bool SameState(const SEntry& a, const SEntry& b, const SChangeSigns& signs) {
@@ -104,7 +116,18 @@ void CSourceBackup::KeepKnownAt(const std::string& path) {
     }
 }
 
+/// Every entry lies in a folder that is kept.
+bool CSourceBackup::IsLeftOut(const std::string& path) {
+    if (leftOut_ && !IsAtOrUnder(path, *leftOut_)) {
+        leftOut_.reset();
+    }
+    return leftOut_.has_value();
+}
+
 void CSourceBackup::OnItem(const SSourceItem& item) {
+    if (IsLeftOut(item.path)) {
+        return;
+    }
     if (params_.progress != nullptr) {
         params_.progress->Begin(params_.root, item.path);
     }
@@ -112,21 +135,44 @@ void CSourceBackup::OnItem(const SSourceItem& item) {
     try {
         VisitItem(item, known);
     } catch (const posix::CPosixExc& failure) {
-        const bool gone = failure.GetErrorNumber() == ENOENT;
-        const bool keep = known && known->type == item.entry.type && !gone;
-        Trouble(item.path, gone ? "vanished while the folder was read" : failure.what());
-        if (keep) {
-            CountEntry(*known);
-        } else if (known) {
-            Remove(item.path, *known);
-        }
+        OnFailure(item, known, failure.what(), failure.GetErrorNumber() == ENOENT);
+    } catch (const CNotKeptExc& failure) {
+        OnFailure(item, known, failure.what(), false);
     }
     if (params_.progress != nullptr && item.entry.type == EEntryType::file) {
         params_.progress->EndFile(item.entry.size);
     }
 }
 
+/// To be called in the handler of the failure.
+void CSourceBackup::OnFailure(const SSourceItem& item, const std::optional<SEntry>& known, const std::string& reason,
+                              bool isGone) {
+    const bool isFolder = item.entry.type == EEntryType::directory;
+    const bool isLink = known && known->type == EEntryType::hardLink && item.entry.type == EEntryType::file;
+    const bool keep = known && (known->type == item.entry.type || isLink) && !isGone;
+    if (isFolder && item.path.empty() && !keep) {
+        throw;  // without its root nothing of the source is left
+    }
+    Trouble(item.path, isGone ? "vanished while the folder was read" : reason);
+    if (keep) {
+        CountEntry(*known);
+        if (isLink) {
+            keptHardLinks_.push_back(item.path);
+        }
+        return;
+    }
+    if (known) {
+        Remove(item.path, *known);
+    }
+    if (isFolder) {
+        leftOut_ = item.path;
+    }
+}
+
 void CSourceBackup::OnError(const std::string& path, bool, const std::exception& failure) {
+    if (IsLeftOut(path)) {
+        return;
+    }
     const auto* posixFailure = dynamic_cast<const posix::CPosixExc*>(&failure);
     if (posixFailure != nullptr && posixFailure->GetErrorNumber() == ENOENT) {
         Trouble(path, "vanished while the folder was read");
@@ -156,17 +202,17 @@ void CSourceBackup::VisitFile(const SSourceItem& item, const std::optional<SEntr
     if (item.links > 1 && VisitHardLink(item, known)) {
         return;
     }
+    SEntry entry = item.entry;
     if (IsKept(known, item) && !params_.force) {
         KeepUnchanged(*known);
     } else {
-        SEntry entry = item.entry;
         if (params_.stream != nullptr) {
             FillFile(item, known, entry);
         }
         Put(item.path, entry, known);
     }
-    if (item.links > 1) {
-        firstNames_.emplace(inode_key_t{item.entry.device, item.entry.inode}, item.path);
+    if (item.links > 1) {  // by the file that was read: another may have taken its name since it was met
+        firstNames_.emplace(inode_key_t{entry.device, entry.inode}, item.path);
     }
 }
 
@@ -178,7 +224,20 @@ void CSourceBackup::FillFile(const SSourceItem& item, const std::optional<SEntry
     }
     entry.segments = std::move(moved->segments);
     entry.contentSha256 = moved->contentSha256;
-    entry.xattrs = ReadXattrs(item);
+    ReadXattrsOf(item, entry);
+}
+
+void CSourceBackup::ReadXattrsOf(const SSourceItem& item, SEntry& entry) {
+    std::string fault;
+    entry.xattrs = ReadXattrs(item, [&](const auto& failure) { fault = fault.empty() ? failure.what() : fault; });
+    TellXattrs(item, fault, entry);
+}
+
+void CSourceBackup::TellXattrs(const SSourceItem& item, const std::string& fault, SEntry& entry) {
+    if (!fault.empty()) {
+        entry.recheck = true;
+        Trouble(item.path, fault);
+    }
 }
 
 bool CSourceBackup::VisitHardLink(const SSourceItem& item, const std::optional<SEntry>& known) {
@@ -207,7 +266,7 @@ void CSourceBackup::VisitOther(const SSourceItem& item, const std::optional<SEnt
         return;
     }
     SEntry entry = item.entry;
-    entry.xattrs = ReadXattrs(item);
+    ReadXattrsOf(item, entry);
     if (entry.type == EEntryType::symlink) {
         entry.target = ReadLinkTarget(item);
     }
@@ -224,13 +283,14 @@ void CSourceBackup::ReadFile(const SSourceItem& item, SEntry& entry) {
 
 /// False when the file changed meanwhile. Its name may have been given to another file: then that one is as good.
 bool CSourceBackup::ReadOnce(const SSourceItem& item, SEntry& entry, bool isLastTry) {
-    WaitUntilSettled(entry.ctime);
     const posix::posix_file_t file = OpenItem(item);
     entry = StatOpened(file);
     if (entry.type != EEntryType::file) {
         throw posix::CPosixExc("open", item.path, ENOENT);
     }
-    entry.xattrs = ReadXattrs(item);
+    WaitUntilSettled(entry.ctime);
+    std::string fault;
+    entry.xattrs = ReadXattrs(file, [&](const auto& failure) { fault = fault.empty() ? failure.what() : fault; });
     const SEntry before = entry;
     const bool isSmall = entry.size <= smallFileLimit;
     if (isSmall) {
@@ -245,6 +305,9 @@ bool CSourceBackup::ReadOnce(const SSourceItem& item, SEntry& entry, bool isLast
     if (isSmall && (settled || isLastTry)) {
         StoreSmallContent(entry);
     }
+    if (settled || isLastTry) {
+        TellXattrs(item, fault, entry);
+    }
     return settled;
 }
 
@@ -255,10 +318,13 @@ bool CSourceBackup::IsSettled(const posix::posix_file_t& file, const SEntry& bef
 void CSourceBackup::ReadSmallContent(const posix::posix_file_t& file, SEntry& entry) {
     smallFile_.assign(entry.size, '\0');
     smallRuns_.clear();
-    entry.size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
+    std::uint64_t end = 0;  // what was read was there, whatever became of the file since
+    const std::uint64_t size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
+        end = offset + data.size();
         std::copy(data.begin(), data.end(), smallFile_.begin() + static_cast<std::ptrdiff_t>(offset));
         smallRuns_.push_back({offset, data.size()});
     });
+    entry.size = std::max(size, end);
     statistics_.bytesRead += entry.size;
 }
 
@@ -277,13 +343,16 @@ void CSourceBackup::StoreSmallContent(SEntry& entry) {
 
 void CSourceBackup::ReadLargeContent(const posix::posix_file_t& file, SEntry& entry) {
     params_.stream->Cut();
-    entry.size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
+    std::uint64_t end = 0;
+    const std::uint64_t size = reader_.Read(file, entry.size, [&](std::uint64_t offset, std::span<const char> data) {
+        end = offset + data.size();
         AppendData(entry, offset, data);
         statistics_.bytesRead += data.size();
         if (params_.progress != nullptr) {
             params_.progress->SetRead(offset + data.size());
         }
     });
+    entry.size = std::max(size, end);
     params_.stream->Cut();
 }
 
@@ -303,7 +372,11 @@ void CSourceBackup::Put(const std::string& path, const SEntry& entry, const std:
         KeepUnchanged(*known);
         return;
     }
-    changes_.Put(path, entry);
+    try {
+        changes_.Put(path, entry);
+    } catch (const exc::CRuntimeExc& failure) {
+        throw CNotKeptExc("cannot be kept: %1", failure.what());
+    }
     ++(known ? statistics_.changed : statistics_.added);
     CountEntry(entry);
     Tell(known ? EChange::changed : EChange::added, path, entry);
@@ -338,15 +411,15 @@ void CSourceBackup::Trouble(const std::string& path, const std::string& reason) 
     params_.onTrouble({FullPathOf(params_.root, path), reason});
 }
 
-/// A name that was kept because its folder cannot be read may have been another name of a file that is gone: it then
-/// becomes that file.
+/// A name that was kept because it, or its folder, cannot be read may have been another name of a file that is gone: it
+/// then becomes that file.
 void CSourceBackup::RepairKeptHardLinks() {
     for (const auto& path : keptHardLinks_) {
         const auto link = known_.Find(path);
         const auto target = changes_.entries.find(link->target);
-        const bool gone = changes_.removed.contains(link->target) ||
-                          (target != changes_.entries.end() && target->second.GetType() != EEntryType::file);
-        if (gone) {
+        const bool isGone = changes_.removed.contains(link->target) ||
+                            (target != changes_.entries.end() && !IsSameFile(*link, target->second.Unpack()));
+        if (isGone) {
             changes_.Put(path, *known_.Find(link->target));
         }
     }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,9 +64,10 @@ struct SSourceParams {
 /// Unchanged files are not read. New and changed ones go into the content stream, in the order of the walk: small ones
 /// one behind the other, a large one with a cut before and behind it, so that its copy gives the same chunks. A file
 /// that changes while it is read is read once more; should it change again, it is kept as it was read, named as a
-/// trouble, and read again by the next run. One that vanishes is named and left out; what else cannot be read is named
-/// and stays as the storage knew it. A failure of the stream ends the run. For one thread; the known state must outlive
-/// it.
+/// trouble, and read again by the next run. One that vanishes is named and left out; what else cannot be read, or kept,
+/// is named and stays as the storage knew it; a folder that it did not know is then left out with all that lies in it.
+/// Of extended attributes only those that cannot be read are left out. A failure of the stream ends the run. For one
+/// thread; the known state must outlive it.
 class CSourceBackup : private ITreeVisitor {
 public:
     CSourceBackup(SSourceParams params, const CMetaState& known);
@@ -78,6 +80,8 @@ private:
     void OnItem(const SSourceItem& item) override;
     void OnError(const std::string& path, bool isFolder, const std::exception& failure) override;
 
+    [[nodiscard]] bool IsLeftOut(const std::string& path);
+    void OnFailure(const SSourceItem& item, const std::optional<SEntry>& known, const std::string& reason, bool isGone);
     void SkipRemovedBefore(const std::string& path);
     void KeepKnownAt(const std::string& path);
     [[nodiscard]] std::optional<SEntry> TakeKnown(const std::string& path);
@@ -91,6 +95,8 @@ private:
     void FillFile(const SSourceItem& item, const std::optional<SEntry>& known, SEntry& entry);
     void ReadFile(const SSourceItem& item, SEntry& entry);
     [[nodiscard]] bool ReadOnce(const SSourceItem& item, SEntry& entry, bool isLastTry);
+    void ReadXattrsOf(const SSourceItem& item, SEntry& entry);
+    void TellXattrs(const SSourceItem& item, const std::string& fault, SEntry& entry);
     [[nodiscard]] bool IsSettled(const posix::posix_file_t& file, const SEntry& before, const SEntry& entry) const;
     void ReadSmallContent(const posix::posix_file_t& file, SEntry& entry);
     void StoreSmallContent(SEntry& entry);
@@ -120,6 +126,7 @@ private:
     cursor_t cursor_;              // the first known entry that the walk has not reached
     std::map<inode_key_t, std::string> firstNames_;
     std::vector<std::string> keptHardLinks_;
+    std::optional<std::string> leftOut_;  // a folder that is not kept, as long as the walk is in it
     SMetaChanges changes_;
     SRootStatistics statistics_;
 };

@@ -5,7 +5,11 @@
 #include <algorithm>
 
 #include "agent/chunk/ThreadCount.h"
+#include "agent/fs/Attributes.h"
+#include "agent/run/StoreFailure.h"
+#include "cloudclientlib/CloudExc.h"
 #include "common/exc.h"
+#include "common/logging.h"
 
 namespace agent {
 
@@ -13,6 +17,12 @@ namespace {
 
 // Only a damaged or hostile checkpoint makes so many files wait for each other.
 constexpr std::size_t maxOpenFiles = 512;
+
+/// It can be had once it was asked for: as good as lost until then.
+bool IsArchived(const std::exception& failure) {
+    const auto cloud = exc::FindCause<cloudclientlib::CCloudExc>(failure);
+    return cloud && cloud->GetKind() == cloudclientlib::EFailure::conflict;
+}
 
 EReplace ReplaceWhat(EPlanned planned) { return planned == EPlanned::replace ? EReplace::yes : EReplace::no; }
 
@@ -58,14 +68,42 @@ void CSourceRestore::FindDeletions() {
     }
 }
 
+/// Of what is mounted on a folder the checkpoint need not know anything: it was not there then, or was left out.
+bool CSourceRestore::IsMounted(const std::string& folder) const {
+    return target_.IsMountedUnder(TargetPath(mapping_.strip), TargetPath(folder));
+}
+
 void CSourceRestore::FindDeletionsIn(const std::string& folder) {
+    if (!IsPathAtOrUnder(folder, mapping_.strip) || IsMounted(folder)) {
+        return;
+    }
     for (const auto& name : target_.ListNames(TargetPath(folder))) {
         const std::string path = folder.empty() ? name : folder + "/" + name;
-        const bool isUnknown = state_.GetEntries().find(path) == state_.GetEntries().end();
-        if (isUnknown && filter_.Takes(path, false) && filter_.Takes(path, true)) {
-            deletions_.push_back(TargetPath(path));
+        if (state_.GetEntries().find(path) == state_.GetEntries().end()) {
+            Try(path, [&] { FindDeletionsAt(path); });
         }
     }
+}
+
+/// What of a name that the checkpoint does not know, and of all under it, is to go; true for all of it. A folder goes
+/// as a whole, or else after what lies in it, when it is empty then.
+bool CSourceRestore::FindDeletionsAt(const std::string& path) {
+    const auto now = target_.Find(TargetPath(path));
+    const bool isFolder = now && now->type == EEntryType::directory;
+    const bool isWhole = isFolder && filter_.TakesAllUnder(path);
+    bool isAll = filter_.TakesUnknown(path, isFolder);
+    if (isFolder && !isWhole) {
+        if (IsMounted(path)) {
+            return false;
+        }
+        for (const auto& name : target_.ListNames(TargetPath(path))) {
+            isAll = FindDeletionsAt(path + "/" + name) && isAll;
+        }
+    }
+    if (isAll) {
+        deletions_.push_back({TargetPath(path), isWhole});
+    }
+    return isAll;
 }
 
 void CSourceRestore::TellPlan() const {
@@ -79,14 +117,34 @@ void CSourceRestore::TellPlan() const {
     std::for_each(plan_.files.begin(), plan_.files.end(), tell);
     std::for_each(plan_.others.begin(), plan_.others.end(), tell);
     std::for_each(plan_.hardLinks.begin(), plan_.hardLinks.end(), tell);
-    for (const auto& path : deletions_) {
+    for (const auto& deletion : deletions_) {
         if (sinks_.onAction) {
-            sinks_.onAction(ERestoreAction::remove, target_.FullPath(path));
+            sinks_.onAction(ERestoreAction::remove, target_.FullPath(deletion.path));
         }
     }
 }
 
 void CSourceRestore::Run(const SChunkSource& source) {
+    try {
+        RestoreAll(source);
+    } catch (...) {
+        GiveModesBack();
+        throw;
+    }
+    Try({}, [&] { target_.GiveModesBack(); });
+}
+
+void CSourceRestore::GiveModesBack() noexcept {
+    try {
+        smallFiles_.reset();
+        target_.GiveModesBack();
+    } catch (const std::exception& failure) {  // what ended the run is told
+        logging::Storage().Info("Modes of folders in '%1' were not given back: %2", target_.GetFolder(),
+                                failure.what());
+    }
+}
+
+void CSourceRestore::RestoreAll(const SChunkSource& source) {
     smallFiles_.emplace(target_, ThreadCount(options_.threads));
     MakeFolders();
     RestoreFilesWithoutChunks();
@@ -120,6 +178,16 @@ bool CSourceRestore::Try(const std::string& path, const Action& action) {
     } catch (const std::exception& failure) {
         Trouble(path, failure.what());
         return false;
+    }
+}
+
+/// What came, but for an attribute, is told and counts as restored.
+template <class Action>
+void CSourceRestore::TellAttributes(const std::string& path, const Action& action) {
+    try {
+        action();
+    } catch (const CAttributesExc& failure) {
+        Trouble(path, failure.what());
     }
 }
 
@@ -241,6 +309,7 @@ void CSourceRestore::Submit(std::size_t index, std::span<const char> plain) {
                                     piece.fileOffset,
                                     piece.chunkOffset,
                                     piece.length,
+                                    {},
                                     {}});
             if (options_.verify) {
                 const auto bytes = plain.subspan(piece.chunkOffset, piece.length);
@@ -262,6 +331,9 @@ void CSourceRestore::CollectSmallFiles(bool all) {
             if (failed_[file.index]) {
                 Trouble(*planned.path, file.failure);
             } else {
+                if (!file.attributeFault.empty()) {
+                    Trouble(*planned.path, file.attributeFault);
+                }
                 Done(*planned.path, planned.planned, planned.size);
             }
             Tell(*planned.path, 1, file.length);
@@ -270,6 +342,9 @@ void CSourceRestore::CollectSmallFiles(bool all) {
 }
 
 void CSourceRestore::OnDamagedChunk(std::size_t index, const std::exception& reason) {
+    if (!IsArchived(reason)) {
+        RethrowUnlessDamage(reason);
+    }
     for (const auto& piece : plan_.wanted[index].pieces) {
         if (!failed_[piece.file]) {
             GiveUp(piece.file, reason.what());
@@ -293,6 +368,9 @@ STargetFile& CSourceRestore::OpenFile(std::size_t index) {
         const posix::posix_file_t old = target_.OpenFile(target);
         for (const auto& range : file.local) {
             CRestoreTarget::CopyRange(old, created, range);
+            if (options_.verify) {  // by what it was when it was compared: it may have changed since
+                written_[index].push_back({range, range.sha256});
+            }
         }
     }
     return open_.emplace(index, std::move(created)).first->second;
@@ -318,7 +396,8 @@ void CSourceRestore::FinishFile(std::size_t index, STargetFile file) {
     if (now && now->type == EEntryType::directory) {
         MakeWay(*planned.path, planned.planned);
     }
-    target_.FinishFile(std::move(file), planned.entry->Unpack(), ReplaceWhat(planned.planned));
+    TellAttributes(*planned.path,
+                   [&] { target_.FinishFile(std::move(file), planned.entry->Unpack(), ReplaceWhat(planned.planned)); });
     finished_[index] = true;
     Done(*planned.path, planned.planned, planned.size);
 }
@@ -353,7 +432,7 @@ void CSourceRestore::RestoreOthers() {
     for (const auto& other : plan_.others) {
         const bool isRestored = Try(*other.path, [&] {
             MakeWay(*other.path, other.planned);
-            RestoreOther(TargetPath(*other.path), other.entry->Unpack());
+            TellAttributes(*other.path, [&] { RestoreOther(TargetPath(*other.path), other.entry->Unpack()); });
         });
         statistics_.others += isRestored ? 1U : 0U;
         Tell(*other.path, 0, 0);
@@ -428,9 +507,13 @@ void CSourceRestore::FinishFolders() {
 }
 
 void CSourceRestore::DeleteOthers() {
-    for (const auto& path : deletions_) {
+    if (!deletions_.empty() && std::find(finished_.begin(), finished_.end(), false) != finished_.end()) {
+        Trouble(mapping_.strip, "nothing was deleted here, since not every file could be restored");
+        return;
+    }
+    for (const auto& [path, withContent] : deletions_) {
         try {
-            target_.Remove(path, true);
+            target_.Remove(path, withContent);
             ++statistics_.deleted;
             if (sinks_.onAction) {
                 sinks_.onAction(ERestoreAction::remove, target_.FullPath(path));

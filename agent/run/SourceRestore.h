@@ -59,16 +59,23 @@ struct SRestoreSinks {
 /// Brings one source back under a folder of the target.
 ///
 /// Planned when it is made: nothing is written before Run. A large file appears when it is whole, with its attributes;
-/// a small one gets its time when it is. What cannot be restored is told to the trouble sink, and the rest goes on. For
-/// one thread, though small files are written by others meanwhile; state, progress and sinks must outlive it.
+/// a small one gets its time when it is. What cannot be restored is told to the trouble sink, and the rest goes on, but
+/// for deletions: there are none where a file did not come. A store that fails, other than by what it has lost, ends
+/// the run. For one thread, though small files are written by others meanwhile; state, progress and sinks must outlive
+/// it.
 class CSourceRestore : private IChunkSink {
 public:
     CSourceRestore(const CMetaState& state, CRestoreTarget target, STargetMapping mapping, CRestoreFilter filter,
                    const SSourceRestoreOptions& options, const SRestoreSinks& sinks, SProgress& progress);
 
     [[nodiscard]] const SRestorePlan& GetPlan() const { return plan_; }
-    /// Paths in the target that the checkpoint does not have.
-    [[nodiscard]] const std::vector<std::string>& GetDeletions() const { return deletions_; }
+    /// What in the target the checkpoint does not have, and is to go.
+    struct SDeletion {
+        std::string path;
+        /// A folder with whatever lies in it.
+        bool withContent = false;
+    };
+    [[nodiscard]] const std::vector<SDeletion>& GetDeletions() const { return deletions_; }
     /// Tells the action sink what Run would do.
     void TellPlan() const;
     void Run(const SChunkSource& source);
@@ -83,6 +90,10 @@ private:
     [[nodiscard]] std::string TargetPath(const std::string& path) const { return mapping_.Map(path); }
     void FindDeletions();
     void FindDeletionsIn(const std::string& folder);
+    bool FindDeletionsAt(const std::string& path);
+    [[nodiscard]] bool IsMounted(const std::string& folder) const;
+    void RestoreAll(const SChunkSource& source);
+    void GiveModesBack() noexcept;
     void MakeFolders();
     void MakeWay(const std::string& path, EPlanned planned);
     void RestoreContent(const SChunkSource& source);
@@ -112,6 +123,8 @@ private:
 
     template <class Action>
     bool Try(const std::string& path, const Action& action);
+    template <class Action>
+    void TellAttributes(const std::string& path, const Action& action);
 
     const CMetaState& state_;
     CRestoreTarget target_;
@@ -121,7 +134,7 @@ private:
     const SRestoreSinks& sinks_;
     SProgress& progress_;
     SRestorePlan plan_;
-    std::vector<std::string> deletions_;
+    std::vector<SDeletion> deletions_;
     std::map<std::size_t, STargetFile> open_;
     std::vector<bool> failed_;                        // by file
     std::vector<bool> finished_;                      // by file

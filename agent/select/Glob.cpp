@@ -1,5 +1,6 @@
 #include "agent/select/Glob.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace agent {
@@ -33,8 +34,9 @@ void CGlob::Compile() {
     }
     std::size_t end = tokens_.size();
     for (; end > begin && tokens_[end - 1].kind == EToken::letter; --end) {
-        suffix_.insert(suffix_.begin(), tokens_[end - 1].letter);
+        suffix_ += tokens_[end - 1].letter;
     }
+    std::reverse(suffix_.begin(), suffix_.end());
     tokens_ = std::vector<SToken>(tokens_.begin() + static_cast<std::ptrdiff_t>(begin),
                                   tokens_.begin() + static_cast<std::ptrdiff_t>(end));
 }

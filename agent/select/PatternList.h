@@ -20,8 +20,8 @@ enum class EVerdict : std::uint8_t {
 /// Patterns that belong to one folder; the last one that matches decides.
 ///
 /// Names without wildcards are found by one look into a table, however many there are, and of the others those alone
-/// are tried that can match a name with the last byte of the path's. For one thread while patterns
-/// are added, for any afterwards.
+/// are tried that can match a name with the last byte of the path's. Takes memory in proportion to the patterns. For
+/// one thread while patterns are added, for any afterwards.
 class CPatternList {
 public:
     void Add(CPattern pattern);
@@ -33,6 +33,8 @@ public:
     [[nodiscard]] EVerdict Judge(std::string_view path, std::string_view name, bool isFolder) const;
 
 private:
+    void AddByLastByte(const CPattern& pattern, std::uint32_t index);
+
     struct SHash {
         using is_transparent = void;
         std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
@@ -40,8 +42,13 @@ private:
 
     std::vector<CPattern> patterns_;
     std::unordered_map<std::string, std::vector<std::size_t>, SHash, std::equal_to<>> plain_;
-    std::vector<std::vector<std::uint32_t>> byLastByte_;  // of the others; empty when there are none
+    // Of the others, in the order in which they came.
+    std::vector<std::vector<std::uint32_t>> byLastByte_;  // empty when there are none
+    std::vector<std::uint32_t> byAnyByte_;
 };
+
+/// A text without the mark that some editors put at a file's begin.
+[[nodiscard]] std::string_view WithoutByteOrderMark(std::string_view text);
 
 /// The lines of a text; a line end at the text's end ends a line and begins none.
 [[nodiscard]] std::vector<std::string_view> SplitLines(std::string_view text, char end = '\n');

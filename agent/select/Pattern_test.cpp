@@ -175,6 +175,21 @@ TEST(PatternList, PassesOverAByteOrderMarkAndLineEndsOfOtherSystems) {
     EXPECT_EQ(Judge("foo\r\nbar\r\n", "bar"), EVerdict::leave);
 }
 
+TEST(PatternList, TheOrderHoldsBetweenPatternsOfAllKinds) {
+    EXPECT_EQ(Judge("*\n!*.o\n", "x.o"), EVerdict::take);
+    EXPECT_EQ(Judge("!*.o\n*\n", "x.o"), EVerdict::leave);
+    EXPECT_EQ(Judge("*.o\n!x*\nx.o\n", "x.o"), EVerdict::leave);
+    EXPECT_EQ(Judge("x.o\n*.o\n!x*\n", "x.o"), EVerdict::take);
+    EXPECT_EQ(Judge("[!x]\n", "y"), EVerdict::leave);
+    EXPECT_EQ(Judge("[!x]\n", "x"), EVerdict::none);
+}
+
+TEST(PatternList, ALongPatternIsReadInProportionToItsLength) {
+    const std::string name(std::size_t{4} << 20U, 'a');  // as a square it would take minutes
+    EXPECT_EQ(Judge("*b" + name, "xb" + name), EVerdict::leave);
+    EXPECT_EQ(Judge("*b" + name, "xc" + name), EVerdict::none);
+}
+
 TEST(SplitLines, ALineEndAtTheEndBeginsNoLine) {
     using lines_t = std::vector<std::string_view>;
     EXPECT_EQ(SplitLines(""), lines_t());

@@ -15,7 +15,7 @@ namespace agent {
 namespace {
 
 // A pattern file is written by a person.
-constexpr std::size_t largestPatternFile = std::size_t{16} << 20U;
+constexpr std::size_t largestPatternFile = std::size_t{1} << 20U;
 
 std::string Join(const std::string& folder, const std::string& name) {
     return folder.empty() ? name : folder + "/" + name;
@@ -185,8 +185,12 @@ void CSelector::ReadIgnoreFiles(SFrame& frame, const std::string& path, int fold
             continue;
         }
         try {
-            frame.ignored.AddLines(ReadBegin(folderFd, name, Join(path, name), largestPatternFile).value_or(""));
-        } catch (const posix::CPosixExc& failure) {
+            const std::string text = ReadBegin(folderFd, name, Join(path, name), largestPatternFile + 1).value_or("");
+            if (text.size() > largestPatternFile) {
+                throw exc::CRuntimeExc("it has more than %1 bytes, so none of its patterns counts", largestPatternFile);
+            }
+            frame.ignored.AddLines(text);
+        } catch (const exc::CExc& failure) {
             onFailure_(Join(path, name), failure);
         }
     }

@@ -49,7 +49,8 @@ void CheckPatterns(const SSelection& selection);
 /// The source's root is always taken. A folder that is left out is not entered, so nothing in it can be taken back. The
 /// patterns of the user go before those of ignore files, deeper ignore files before higher ones. A folder with a marker
 /// is kept with the marker and nothing else, one of another file system is kept empty. For the walk's thread; the path
-/// tree must outlive it. An ignore file or marker that cannot be read is told to the sink and does not count.
+/// tree must outlive it. An ignore file or marker that cannot be read, and an ignore file of more than 1 MiB, is told
+/// to the sink and does not count.
 class CSelector : public ITreeFilter {
 public:
     using failure_sink_t = std::function<void(const std::string& path, const std::exception& failure)>;

@@ -91,6 +91,19 @@ TEST_F(Selection, IgnoreFilesCountWhereTheyLieDeeperOnesFirst) {
     EXPECT_THAT(failures_, IsEmpty());
 }
 
+TEST_F(Selection, AnIgnoreFileThatIsTooLargeIsToldAndDoesNotCountAtAll) {
+    const std::string lines = "*.log\n" + std::string((1U << 20U) - 9, '#') + "\n";
+    WriteFile(".ignore", lines + "*c");  // 1 MiB
+    WriteFile("1.log");
+    WriteFile("c.c");
+    selection_.ignoreFiles = {".ignore"};
+    EXPECT_THAT(Walk(), ElementsAre(".ignore"));
+    EXPECT_THAT(failures_, IsEmpty());
+    WriteFile(".ignore", lines + "*.c");  // cut off, it would say other things than it does
+    EXPECT_THAT(Walk(), ElementsAre(".ignore", "1.log", "c.c"));
+    EXPECT_THAT(failures_, ElementsAre(".ignore: it has more than 1048576 bytes, so none of its patterns counts"));
+}
+
 TEST_F(Selection, AnIgnoreFileThatIsALinkOrAFolderDoesNotCount) {
     MakeFolder("a");
     MakeFolder("a/.ignore");

@@ -1,5 +1,6 @@
 #include "agent/store/ConnectionSpec.h"
 
+#include "common/crypto/sec_allocator.h"
 #include "common/exc.h"
 #include "common/posix.h"
 #include "common/util.h"
@@ -137,6 +138,7 @@ connection_spec_t ReadConnectionSpecFile(const std::string& path) {
             throw exc::CRuntimeExc("It is no connection specification: it has %1 bytes", file.GetSize());
         }
         std::string text(file.GetSize(), '\0');
+        const crypto::erase_at_end_t erased(text);
         text.resize(file.ReadAt(0, text.data(), text.size()));
         return ReadConnectionSpec(text);
     } catch (const std::exception& failure) {
@@ -146,9 +148,9 @@ connection_spec_t ReadConnectionSpecFile(const std::string& path) {
 
 void WriteConnectionSpecFile(const std::string& path, const connection_spec_t& spec) {
     try {
-        auto file = posix::posix_file_t::OpenOrCreate4Write(path, true, 0);
-        file.Write(WriteConnectionSpec(spec));
-        file.Sync();
+        std::string text = WriteConnectionSpec(spec);
+        const crypto::erase_at_end_t erased(text);
+        posix::WriteNewFile(path, text);
     } catch (const std::exception& failure) {
         exc::RegenTraceExc(failure, "Cannot write the connection specification '%1'", path);
     }

@@ -17,7 +17,8 @@ using connection_spec_t = std::variant<s3_spec_t, azure_spec_t>;
 [[nodiscard]] connection_spec_t ReadConnectionSpec(const std::string& text);
 [[nodiscard]] std::string WriteConnectionSpec(const connection_spec_t& spec);
 
-/// The same from a file, and to one that must not be there yet, for its owner's eyes alone. Failures name the file.
+/// The same from a file, and to one that must not be there yet, for its owner's eyes alone. Failures name the file;
+/// when it cannot be written there is none.
 [[nodiscard]] connection_spec_t ReadConnectionSpecFile(const std::string& path);
 void WriteConnectionSpecFile(const std::string& path, const connection_spec_t& spec);
 

@@ -30,8 +30,10 @@ std::shared_ptr<clients::s3::ICredentials> CredentialsOf(const s3_spec_t& spec) 
                                                                [] { return std::chrono::system_clock::now(); });
     }
     const auto& keys = spec.credentials.Get();
-    return std::make_shared<clients::s3::CStaticCredentials>(clients::s3::SCredentials{
-        keys.accessKeyId, {keys.secretAccessKey.begin(), keys.secretAccessKey.end()}, keys.sessionToken});
+    return std::make_shared<clients::s3::CStaticCredentials>(
+        clients::s3::SCredentials{keys.accessKeyId,
+                                  {keys.secretAccessKey.begin(), keys.secretAccessKey.end()},
+                                  {keys.sessionToken.begin(), keys.sessionToken.end()}});
 }
 
 clients::SS3ClientOptions OptionsOf(const s3_spec_t& spec, const clients::SNetworkOptions& network) {

@@ -99,6 +99,84 @@ TEST_F(Changing, AFileThatIsReplacedGivesTheNewOne) {
     EXPECT_EQ(Restored(result.checkpoint, "file"), "new");
 }
 
+TEST_F(Changing, AFileIsReadWhenAFurtherChangeWouldShow) {
+    WriteFile("file", "1234");
+    std::int64_t age = -1;
+    ChangeAfterReading("file", 2, [&](int count) {
+        if (count == 0) {
+            WriteFile("file", "5678");
+            return;
+        }
+        struct stat info {};
+        ASSERT_EQ(::stat(Source("file").c_str(), &info), 0);
+        const STime now = Now();
+        age = (now.seconds - info.st_ctim.tv_sec) * 1'000'000'000 + now.nanoseconds - info.st_ctim.tv_nsec;
+    });
+    Run();
+    EXPECT_GE(age, 20'000'000) << "the times advance in steps of up to 10 ms";
+}
+
+TEST_F(Changing, NamesOfAFileThatWasReplacedKeepIt) {
+    WriteFile("a", "old");
+    fs::create_hard_link(Source("a"), Source("b"));
+    fs::create_hard_link(Source("a"), Source("c"));
+    ChangeAfterReading("a", 1, [&](int) {
+        WriteFile("new", "new");
+        fs::rename(Source("new"), Source("a"));
+    });
+    const auto result = Run();
+    EXPECT_EQ(Restored(result.checkpoint, "a"), "new");
+    EXPECT_EQ(Restored(result.checkpoint, "b"), "old");
+    EXPECT_EQ(Restored(result.checkpoint, "c"), "old");
+}
+
+TEST_F(Changing, ASparseFileThatIsCutWhileItIsReadIsNamedAndTheRestSaved) {
+    constexpr std::uint64_t size = 6U << 20U;
+    const std::string begin = RandomBytes(1U << 20U, 4);
+    const auto fill = [&] {
+        WriteFile("sparse", begin);
+        fs::resize_file(Source("sparse"), size);
+    };
+    fill();
+    WriteFile("zz", "after it");
+    ChangeAfterReading("sparse", 2, [&](int) { fill(); });
+    troubles_.clear();
+    const auto result =
+        RunBackup(options_, backup_,
+                  {[&](const STrouble& trouble) { troubles_.push_back(trouble.path + ": " + trouble.reason); },
+                   [&](const SProgress& progress) {
+                       if (progress.currentPath == Source("sparse") && progress.filesDone == 0) {
+                           fs::resize_file(Source("sparse"), 100);
+                       }
+                   },
+                   {}});
+    EXPECT_THAT(troubles_,
+                ElementsAre(Source("sparse") + ": changed while it was read; what was saved may be a mixture"));
+    EXPECT_EQ(Restored(result.checkpoint, "zz"), "after it");
+    EXPECT_TRUE(Restored(result.checkpoint, "sparse") == begin);
+}
+
+TEST_F(Changing, APathThatIsTooLongIsNamedAndTheRestSaved) {
+    WriteFile("file", "1234");
+    MakeFolder("deep");
+    const std::string name(250, 'n');
+    posix::fd_t at(::open(Source("deep").c_str(), O_PATH | O_DIRECTORY));
+    std::string path = "deep";
+    while (path.size() <= 65535) {
+        ASSERT_EQ(::mkdirat(at.Get(), name.c_str(), 0755), 0);
+        at = posix::fd_t(::openat(at.Get(), name.c_str(), O_PATH | O_DIRECTORY));
+        path += "/" + name;
+    }
+    ASSERT_EQ(::mkdirat(at.Get(), "in it", 0755), 0);
+    const auto result = Run();
+    ASSERT_THAT(troubles_, testing::SizeIs(1));
+    EXPECT_TRUE(troubles_[0] ==
+                Source(path) + ": cannot be kept: a path of " + std::to_string(path.size()) + " bytes is too long")
+        << troubles_[0].substr(troubles_[0].size() - 80);
+    EXPECT_EQ(Statistics(result).files, 1U);
+    EXPECT_EQ(Statistics(result).folders, 2U + (65535 - 4) / 251);
+}
+
 TEST_F(Changing, AFileThatVanishesIsNamedAndLeftOut) {
     WriteFile("a", "a");
     WriteFile("b", "b");

@@ -2,6 +2,7 @@
 
 #include "cloudbackuplib/CloudExternalRepository.h"
 #include "tests/faults/FaultSweep.h"
+#include "tests/support/TempDir.h"
 
 namespace agent {
 
@@ -30,6 +31,7 @@ CKeyRing With(const std::shared_ptr<cloudclientlib::ICloudClient>& store, const 
     const CClientKeys keys(*repository, client, options, memory);
     const auto result = use(keys);
     std::remove(memory.c_str());
+    std::remove((memory + ".lock").c_str());
     return result;
 }
 
@@ -92,6 +94,63 @@ TEST(ClientKeys, AChangeOfKeysSurvivesAnyFailure) {
     const auto result = test::RunSweep(base, sweep);
     EXPECT_GT(result.calls, 2U);
     EXPECT_GT(result.reported, 2U);
+}
+
+/// What another command does while this one waits for a new password.
+SKeyOptions OptionsWith(const std::string& password, EPasswordUse use, const std::function<void()>& meanwhile) {
+    SKeyOptions options = Options(password);
+    options.password = [inner = options.password, use, meanwhile](EPasswordUse asked) {
+        if (asked == use) {
+            meanwhile();
+        }
+        return inner(asked);
+    };
+    return options;
+}
+
+TEST(ClientKeys, AKeyThatCameWhileThePasswordWasAskedForIsNotLost) {
+    const auto store = NewStore();
+    const auto first = Load(store, Options("first")).GetCurrent()->GetId();
+    const auto meanwhile = [&] { static_cast<void>(Replace(store, Options("first", "other"))); };
+    try {
+        static_cast<void>(Replace(store, OptionsWith("first", EPasswordUse::next, meanwhile)));
+        FAIL() << "no exception";
+    } catch (const exc::CRuntimeExc& failure) {
+        EXPECT_EQ(failure.GetMessage(), "Client " + client.ToAStr() +
+                                            " has been given another key meanwhile: nothing was changed here. Do it "
+                                            "again if you still want to, with the password that counts now");
+    }
+    EXPECT_TRUE(Opens(store, "other", first));
+    EXPECT_EQ(Load(store, Options("other")).GetKeys().size(), 2U);
+}
+
+TEST(ClientKeys, AFirstKeyThatCameWhileThePasswordWasAskedForIsNotLost) {
+    const auto store = std::make_shared<clients::CMemoryClient>();
+    static_cast<void>(backup::CCloudExternalRepository::CreateNew(store, info));
+    const auto make = [](const CClientKeys& keys) { return keys.LoadOrMake(); };
+    const auto meanwhile = [&] { static_cast<void>(With(store, Options("other"), make)); };
+    EXPECT_THROW(static_cast<void>(With(store, OptionsWith("first", EPasswordUse::first, meanwhile), make)),
+                 exc::CRuntimeExc);
+    EXPECT_NO_THROW(static_cast<void>(Load(store, Options("other"))));
+}
+
+TEST(ClientKeys, TwoCommandsOfOneMachineDoNotChangeThemAtOnce) {
+    const auto store = NewStore();
+    const test::TempDir dir;
+    const auto replace = [&](const SKeyOptions& options) {
+        const auto repository = backup::CCloudExternalRepository::OpenExisting(store, info);
+        return CClientKeys(*repository, client, options, dir / "memory").Replace(EPasswordUse::next, L"hint");
+    };
+    std::string told;
+    static_cast<void>(replace(OptionsWith("first", EPasswordUse::next, [&] {
+        try {
+            static_cast<void>(replace(Options("first", "other")));
+        } catch (const exc::CRuntimeExc& failure) {
+            told = failure.GetMessage();
+        }
+    })));
+    EXPECT_EQ(told, "Another command on this machine is giving client " + client.ToAStr() + " a key");
+    EXPECT_NO_THROW(static_cast<void>(Load(store, Options("next"))));
 }
 
 TEST(ClientKeys, TheRecoveredFirstKeyOfALongChain) {

@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -76,6 +77,22 @@ protected:
             return text;
         });
     }
+    /// The same for a single path.
+    std::string BackUpListed(const std::string& path) {
+        return AsNobody([&] {
+            SBackupOptions backup;
+            backup.listed = {path};
+            std::string text;
+            const auto tell = [&](const STrouble& trouble) { text += "\n" + trouble.path + ": " + trouble.reason; };
+            const auto result = RunBackup(options_, backup, {tell, {}, {}});
+            return std::to_string(result.checkpoint) + text;
+        });
+    }
+
+    std::string RestoredText(std::uint64_t checkpoint, const std::string& path) {
+        std::ifstream file(Restore(checkpoint) + "/" + path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
 };
 
 TEST_F(Unreadable, IsNamedAndStaysAsTheLastCheckpointKnewIt) {
@@ -102,6 +119,41 @@ TEST_F(Unreadable, IsLeftOutWhenItWasNeverRead) {
     const std::string restored = Restore(1);
     EXPECT_FALSE(fs::exists(restored + "/secret"));
     EXPECT_TRUE(fs::exists(restored + "/open"));
+}
+
+TEST_F(Unreadable, AnExtendedAttributeIsNamedAndTheFolderKept) {
+    ASSERT_EQ(AsNobody([this] { return CreateRepository(options_).ToAStr(); }).size(), 36U);
+    ASSERT_EQ(::setxattr(Source("folder").c_str(), "user.secret", "1", 1, 0), 0);
+    ASSERT_EQ(::chmod(Source("folder").c_str(), 0111), 0);
+    const std::string trouble = "\n" + Source("folder") + ": Cannot read an extended attribute of '" +
+                                Source("folder").substr(1) + "': Permission denied";
+    EXPECT_EQ(BackUpListed(Source("folder/inside")), "1" + trouble);
+    EXPECT_EQ(BackUpListed(Source("folder/inside")), "2" + trouble) << "told as long as it is so";
+    EXPECT_EQ(RestoredText(2, "folder/inside"), "inside");
+}
+
+TEST_F(Unreadable, ASecondNameStaysWhenTheFirstIsGone) {
+    ASSERT_EQ(AsNobody([this] { return CreateRepository(options_).ToAStr(); }).size(), 36U);
+    fs::create_hard_link(Source("secret"), Source("secret too"));
+    ASSERT_EQ(BackUpAndTellTroubles(), "1");
+    fs::remove(Source("secret"));
+    ASSERT_EQ(::chmod(Source("secret too").c_str(), 0), 0);
+    EXPECT_EQ(BackUpAndTellTroubles(), "2\n" + Source("secret too") + ": Cannot open 'secret too': Permission denied");
+    EXPECT_EQ(RestoredText(2, "secret too"), "secret");
+}
+
+TEST_F(Unreadable, ASecondNameKeepsItsContentWhenTheFirstIsAnotherFile) {
+    ASSERT_EQ(AsNobody([this] { return CreateRepository(options_).ToAStr(); }).size(), 36U);
+    WriteFile("a", "as it was");
+    fs::create_hard_link(Source("a"), Source("folder/b"));
+    ASSERT_EQ(BackUpAndTellTroubles(), "1");
+    WriteFile("new", "another file");
+    fs::rename(Source("new"), Source("a"));
+    ASSERT_EQ(::chmod(Source("folder").c_str(), 0), 0);
+    EXPECT_EQ(BackUpAndTellTroubles(),
+              "2\n" + Source("folder") + ": Cannot open the folder 'folder': Permission denied");
+    EXPECT_EQ(RestoredText(2, "a"), "another file");
+    EXPECT_EQ(RestoredText(2, "folder/b"), "as it was");
 }
 
 }  // namespace

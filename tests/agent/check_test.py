@@ -270,6 +270,19 @@ class Check(AgentCase):
         out, _ = self.run_agent("repair")
         self.assertEqual(out, "Checkpoint 1, the last one, needs no repair.\n")
 
+    def test_the_client_of_another_machine_is_repaired_only_when_it_seems_to_be_gone(self):
+        self.blocks()[0].unlink()
+        self.environment["CLOUDBACKUP_STATE_DIR"] = f"{self.place}/other-state"
+        before = self.snapshot()
+        _, err = self.run_agent("repair", "--no-source", expect=1)
+        self.assertRegex(err, "^cloudbackup: Client [0-9a-f-]{36} has made checkpoint 1 of set 'default' so lately that "
+                              "a run of it may be under way: do this on its own machine, or say with --min-age that an "
+                              "earlier checkpoint is old enough\n$")
+        self.assertEqual(self.snapshot(), before)
+        self.assertEqual(self.repair("--dry-run")["base"], 1)
+        self.assertEqual(self.repair("--min-age", "0")["checkpoint"], 2)
+        self.run_agent("repair", "--min-age", "soon", expect=2)
+
     def test_what_is_told_of_a_block_that_came_back(self):
         self.blocks()[0].unlink()
         out, _ = self.run_agent("repair")

@@ -71,6 +71,9 @@ class Choose(AgentCase):
         self.assertEqual(self.kept(), ["a/2"])
         self.run_agent("backup", self.source, "--exclude-file", rules, "--include", "b")
         self.assertEqual(self.kept(), ["a/2", "b"])
+        rules.write_bytes(b"\xef\xbb\xbfa\n")
+        self.run_agent("backup", self.source, "--exclude-file", rules)
+        self.assertEqual(self.kept(), ["b"])
         _, err = self.run_agent("backup", self.source, "--exclude-file", self.place / "none", expect=1)
         self.assertIn(f"'{self.place}/none': No such file or directory", err)
 

@@ -3,7 +3,9 @@
 import json
 import os
 import re
+import resource
 import shutil
+import subprocess
 
 from agent import AgentCase, describe, fill, main
 
@@ -39,6 +41,52 @@ class Cli(AgentCase):
             events += [json.loads(line)["event"] for line in out.splitlines()]
         entries = 1 + len(list(self.source.rglob("*")))
         self.assertEqual(events, ["repository", "checkpoint", "checkpoint"] + ["entry"] * entries + ["restored"])
+
+    def test_json_is_whole_whatever_the_names(self):
+        """Bytes that are no UTF-8, in a failure's message and in a trouble's."""
+        def run(*arguments, **more):
+            done = subprocess.run([os.fsencode(word) for word in self.command("--json")] + list(map(os.fsencode, arguments)),
+                                  env=self.environment, capture_output=True, check=False, **more)
+            return done.returncode, [json.loads(line) for line in done.stdout.splitlines()], done.stderr.decode()
+
+        self.run_agent("init")
+        code, events, err = run("backup", os.fsencode(self.source) + b"/\xff")
+        self.assertEqual(code, 1, err)
+        message = f"Cannot back up '{self.source}/\\xff': No such file or directory"
+        self.assertEqual(events, [{"event": "failure", "message": message}])
+        self.assertEqual(err, f"cloudbackup: {message}\n")
+
+        with open(os.fsencode(self.source) + b"/caf\xe9.txt", "wb") as file:
+            file.write(os.urandom(1_000_000))
+        self.run_agent("backup", self.source)
+        small = 100_000  # files cannot be longer, which no user is spared
+        code, events, err = run("restore", "1", "--target", self.place / "restored", restore_signals=False,
+                                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (small, small)))
+        self.assertEqual(code, 3, err)
+        troubles = [event for event in events if event["event"] == "trouble"]
+        self.assertEqual([trouble["path"] for trouble in troubles], [f"{self.place}/restored{self.source}/caf\\xe9.txt"])
+        self.assertIn("File too large", troubles[0]["reason"])
+        self.assertEqual(events[-1]["event"], "restored")
+
+    def test_what_is_printed_does_not_steer_the_terminal(self):
+        self.run_agent("init")
+        _, err = self.run_agent("backup", f"{self.source}/\x1b[2J\ncloudbackup: all is well", expect=1)
+        self.assertEqual(err, f"cloudbackup: Cannot back up '{self.source}/\\x1b[2J\\x0acloudbackup: all is well': "
+                              "No such file or directory\n")
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
+        self.run_agent("init")
+        self.run_agent("backup", self.source)
+        for arguments in (["checkpoints"], ["--json", "checkpoints"], ["ls", "1"], ["stats"], ["check"], ["--help"],
+                          ["--version"], ["completion", "bash"], ["manual"]):
+            with open("/dev/full", "w") as full:
+                done = subprocess.run(self.command(*arguments), env=self.environment, stdout=full,
+                                      stderr=subprocess.PIPE, text=True, check=False)
+            self.assertEqual(done.returncode, 1, arguments)
+            self.assertRegex(done.stderr, "^cloudbackup: Not everything could be written to standard output"
+                                          "(: No space left on device)?\n$", arguments)
+        with open("/dev/full", "w") as full:
+            subprocess.run(self.command("-q", "checkpoints"), env=self.environment, stdout=full, check=True)
 
     def expect_failure(self, code, text, *arguments):
         out, err = self.run_agent(*arguments, expect=code)

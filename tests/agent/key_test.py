@@ -1,8 +1,10 @@
 """Encryption as a user meets it: passwords, keys, and what a store can see or do."""
+import json
 import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import unittest
 
@@ -10,6 +12,7 @@ from agent import PROGRAM, AgentCase, describe, fill, main
 from terminal import Terminal
 
 PASSWORD = "open sesame"
+ID = "[0-9a-f-]{36}"
 MANUAL = pathlib.Path(__file__).parents[2] / "docs/manual/keys.md"
 
 
@@ -54,9 +57,80 @@ class Keys(AgentCase):
         self.backup()
         self.assert_restores()
         out, _ = self.run_agent("key", "list")
-        self.assertEqual(out, "This client does not encrypt\n")
+        self.assertRegex(out, f"^Client {ID} does not encrypt what it stores\n$")
+        self.assertEqual(self.key_events(), [{"event": "key", "state": "none"}])
         _, err = self.run_agent("key", "rotate", expect=1)
-        self.assertRegex(err, "does not encrypt what it stores: there is no key to replace")
+        self.assertRegex(err, f"There is no key to replace: client {ID} does not encrypt what it stores\n$")
+        _, err = self.run_agent("key", "export", self.place / "keys", expect=1)
+        self.assertRegex(err, f"There are no keys to export: client {ID} does not encrypt what it stores\n$")
+
+    def key_events(self, *options):
+        out, _ = self.run_agent("--json", *options, "key", "list")
+        return [json.loads(line) for line in out.splitlines()]
+
+    def own_client(self):
+        return next(client["id"] for line in self.run_agent("--json", "clients")[0].splitlines()
+                    if (client := json.loads(line))["own"])
+
+    def test_a_client_that_has_stored_nothing_has_no_key_yet(self):
+        self.run_agent("init")
+        self.environment["CLOUDBACKUP_STATE_DIR"] = f"{self.place}/second"
+        out, _ = self.run_agent("key", "list")
+        self.assertRegex(out, f"^Client {ID} has no key yet: the first backup makes one\n$")
+        self.assertEqual(self.key_events(), [{"event": "key", "state": "no record"}])
+        for command in (("rotate",), ("export", self.place / "keys")):
+            _, err = self.run_agent("key", *command, expect=1)
+            self.assertRegex(err, f": client {ID} has no key yet: the first backup makes one\n$")
+
+    def test_a_record_that_was_taken_away_is_no_client_without_a_key(self):
+        self.run_agent("init")
+        self.backup()
+        client = self.own_client()
+        for record in (self.place / "repository").rglob("ClientKey*.xml"):
+            record.unlink()
+        self.environment["CLOUDBACKUP_STATE_DIR"] = f"{self.place}/second"  # which has never seen it
+        out, _ = self.run_agent("--client", client, "key", "list")
+        self.assertEqual(out, f"Client {client} has backups, but no key record: either it never encrypted, or the "
+                              "record is lost\n")
+
+    def test_keys_of_another_client(self):
+        self.run_agent("init")
+        self.backup()
+        first = self.own_client()
+        keys = self.key_events()
+        self.environment["CLOUDBACKUP_STATE_DIR"] = f"{self.place}/second"
+        self.with_password("of the second machine")
+        self.backup()
+        second = self.own_client()
+        self.assertNotEqual(self.key_events(), keys)
+        self.with_password(PASSWORD)
+        self.assertEqual(self.key_events("--client", first), keys)
+        out, _ = self.run_agent("--client", first, "key", "export", self.place / "keys")
+        self.assertIn(f"Wrote 1 key of client {first} to {self.place}/keys. ", out)
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        self.run_agent("--client", first, "--recovery-file", self.place / "keys", "ls", "latest")
+        _, err = self.run_agent("--client", first, "backup", self.source, expect=2)
+        self.assertEqual(err, f"cloudbackup: Backups are made as client {second} from here, not as client {first}: "
+                              "leave --client away\n")
+        self.with_password("of the second machine")
+        self.run_agent("--client", second, "backup", self.source)
+
+    def test_a_signal_at_the_prompt_restores_the_terminal(self):
+        """Also when the store is open already, with threads of its own."""
+        self.run_agent("init")
+        self.backup()
+        del self.environment["CLOUDBACKUP_PASSWORD"]
+        for cause, number in (("\x03", signal.SIGINT), (None, signal.SIGTERM), (None, signal.SIGHUP)):
+            terminal = Terminal(self.command("checkpoints"), self.environment)
+            terminal.wait_for("Enter the password: ")
+            self.assertFalse(terminal.echoes())
+            if cause:
+                terminal.type(cause)
+            else:
+                terminal.process.send_signal(number)
+            code, shown = terminal.end()[:2]
+            self.assertEqual(code, 130)
+            self.assertIn("cloudbackup: Interrupted.", shown)
 
     def test_no_password_is_wrong_use_and_makes_nothing(self):
         del self.environment["CLOUDBACKUP_PASSWORD"]

@@ -2,6 +2,7 @@
 """Restoring: wholly and in part, elsewhere and in place, over what is there, with what cannot be restored."""
 import json
 import os
+import pathlib
 import random
 import shutil
 import signal
@@ -168,6 +169,173 @@ class Restore(AgentCase):
         self.run_agent("restore", "1", "--in-place", "--delete", "--yes")
         self.assertEqual(describe(self.source), before)
         self.assertEqual((outside / "safe").read_text(), "z")
+
+    def test_delete_leaves_alone_what_patterns_protect(self):
+        self.some_tree()
+        for path in ("mine/keep.log", "mine/a", "mine/deep/b", "logs/only.log"):
+            (self.source / path).parent.mkdir(parents=True, exist_ok=True)
+            (self.source / path).write_text("mine")
+        out, _ = self.run_agent("restore", "1", "--in-place", "--delete", "--yes", "--exclude", "*.log", "--dry-run")
+        self.assertEqual(sorted(line for line in out.splitlines() if line.startswith("would delete")),
+                         [f"would delete {self.source}/mine/{name}" for name in ("a", "deep", "deep/b")])
+        self.run_agent("restore", "1", "--in-place", "--delete", "--yes", "--exclude", "*.log")
+        self.assertEqual(self.files_in(self.source / "mine"), ["keep.log"])
+        self.assertFalse((self.source / "mine/deep").exists())
+        self.assertTrue((self.source / "logs/only.log").exists())
+        (self.source / "mine/a").write_text("mine")
+        self.run_agent("restore", "1", "--in-place", "--delete", "--yes", "--include", "*.log")
+        self.assertEqual(self.files_in(self.source / "mine"), ["a"])
+        self.assertFalse((self.source / "logs/only.log").exists())
+        self.assertTrue((self.source / "logs").exists(), "the folder's own name does not match")
+
+    def test_delete_leaves_alone_what_is_mounted(self):
+        (self.source / "usb").mkdir()
+        (self.source / "bound").mkdir()
+        self.backup()
+        other = self.place / "other"
+        (other / "folder").mkdir(parents=True)
+        (other / "precious").write_text("precious")
+        (self.source / "unknown/way").mkdir(parents=True)
+        (self.source / "unknown/file").write_text("x")
+        usb = self.source / "usb"
+        script = f"""
+            set -e
+            mount -t tmpfs none '{usb}'
+            echo precious > '{usb}/precious'; mkdir '{usb}/folder'; echo x > '{usb}/folder/x'
+            mount --bind '{other}' '{self.source}/bound'
+            mount --bind '{other}' '{self.source}/unknown/way'
+            "$@" || code=$?
+            test "$(cat '{usb}/precious')" = precious
+            test -e '{usb}/folder/x'
+            exit ${{code:-0}}"""
+        own = [] if os.getuid() == 0 else ["--map-root-user"]
+        self.assertEqual(subprocess.run(["unshare", *own, "-m", "true"], check=False).returncode, 0,
+                         "this test mounts, which needs the right to make a namespace of mounts")
+
+        def restore(*arguments):
+            return subprocess.run(["unshare", *own, "-m", "sh", "-c", script, "sh",
+                                   *self.command("restore", "1", "--in-place", "--delete", "--yes", *arguments)],
+                                  env=self.environment, capture_output=True, text=True, check=False)
+        for arguments in ([], ["--exclude", "*.log"]):
+            (self.source / "unknown/file").write_text("x")
+            done = restore(*arguments)
+            self.assertEqual(describe(other)[1][0], b"/precious", done.stderr)
+            self.assertEqual((other / "precious").read_text(), "precious")
+            self.assertFalse((self.source / "unknown/file").exists())
+            self.assertTrue((self.source / "unknown/way").exists())
+            if not arguments:
+                self.assertEqual((done.returncode, done.stderr), (
+                    3, f"cloudbackup: {self.source}/unknown: Cannot remove the mounted folder "
+                       f"'{self.source}/unknown/way': Invalid cross-device link\n"))
+            else:
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+
+    def test_nothing_is_deleted_when_a_file_cannot_be_had(self):
+        (self.source / "file").write_bytes(os.urandom(3_000_000))
+        self.backup()
+        (self.source / "file").rename(self.source / "renamed")
+        blocks = list((self.place / "repository").rglob("BlockStore/*/*/*"))
+        for block in blocks:
+            block.rename(block.with_suffix(".hidden"))
+        _, err = self.run_agent("restore", "1", "--in-place", "--delete", "--yes", expect=3)
+        self.assertRegex(err, f"cloudbackup: {self.source}: nothing was deleted here, since not every file could be "
+                              "restored\n$")
+        self.assertTrue((self.source / "renamed").exists())
+        for block in blocks:
+            block.with_suffix(".hidden").rename(block)
+        self.run_agent("restore", "1", "--in-place", "--delete", "--yes")
+        self.assertEqual(self.files_in(self.source), ["file"])
+
+    def nested_roots(self):
+        """The outer root, then the inner one, by themselves; how both are to come back."""
+        inner = self.source / "me/docs"
+        inner.mkdir(parents=True)
+        (self.source / "me/outer").write_text("outer")
+        for name in ("edited", "gone", "kept"):
+            (inner / name).write_text("first")
+        self.backup()
+        (inner / "edited").write_text("second, longer")
+        (inner / "gone").unlink()
+        (inner / "new").write_text("new")
+        self.run_agent("backup", inner)
+        return inner
+
+    def test_a_root_in_a_root_is_restored_as_it_was_read_last(self):
+        inner = self.nested_roots()
+        expected = describe(self.source)
+        self.assertEqual(describe(self.restore("latest")), expected)
+        (inner / "edited").write_text("edited since")
+        (inner / "since").write_text("since")
+        (self.source / "me/since").write_text("since")
+        self.run_agent("restore", "latest", "--in-place", "--delete", "--yes")
+        self.assertEqual(describe(self.source), expected)
+        self.into(self.place / "t", which=f"latest:{self.source}/me")
+        self.assertEqual(describe(self.place / "t"), describe(self.source / "me"))
+        self.into(self.place / "u", which=f"latest:{inner}")
+        self.assertEqual(describe(self.place / "u"), describe(inner))
+        self.into(self.place / "v", inner / "edited", which="latest")
+        self.assertEqual((self.place / "v" / str(inner)[1:] / "edited").read_text(), "second, longer")
+        _, err = self.run_agent("restore", "latest", inner / "gone", "--target", self.place / "w", expect=1)
+        self.assertEqual(err, f"cloudbackup: Checkpoint 2 holds nothing at '{inner}/gone'\n")
+
+    def test_a_root_around_a_root_that_was_read_last_prevails(self):
+        inner = self.nested_roots()
+        (inner / "edited").write_text("third, the longest of all")
+        (inner / "third").write_text("third")
+        os.utime(inner, (1000, 1000))
+        self.backup()
+        expected = describe(self.source)
+        self.assertEqual(describe(self.restore("latest")), expected)
+        (inner / "edited").write_text("edited since")
+        (self.source / "me/since").write_text("since")
+        self.run_agent("restore", "latest", "--in-place", "--delete", "--yes")
+        self.assertEqual(describe(self.source), expected)
+        # What only the inner root knows stays its own: the outer one may not have been told to read it.
+        (inner / "new").unlink()
+        self.backup()
+        target = self.restore("latest")
+        self.assertEqual((pathlib.Path(target) / "me/docs/new").read_text(), "new")
+
+    def test_a_hard_link_is_never_made_to_another_file(self):
+        (self.source / "a").write_text("saved")
+        os.utime(self.source / "a", (1000, 1000))
+        os.link(self.source / "a", self.source / "b")
+        os.link(self.source / "a", self.source / "c")
+        self.backup()
+        for number, (rule, when) in enumerate((("never", 500), ("if-newer", 2000))):
+            target = self.place / f"t{number}"
+            base = target / str(self.source)[1:]
+            base.mkdir(parents=True)
+            (base / "a").write_text("mine")
+            os.utime(base / "a", (when, when))
+            self.into(target, "--overwrite", rule)
+            self.assertEqual([(base / name).read_text() for name in "abc"], ["mine", "saved", "saved"], rule)
+            self.assertEqual((base / "b").stat().st_ino, (base / "c").stat().st_ino)
+            self.assertNotEqual((base / "a").stat().st_ino, (base / "b").stat().st_ino)
+        # A name that looks like the file itself is one.
+        (base / "a").write_text("saved")
+        os.utime(base / "a", (1000, 1000))
+        for name in "bc":
+            (base / name).unlink()
+        self.into(target, "--overwrite", "never")
+        self.assertEqual(len({(base / name).stat().st_ino for name in "abc"}), 1)
+        # And one that is newer stays.
+        (base / "b").unlink()
+        (base / "b").write_text("newer")
+        self.into(target, "--overwrite", "if-newer")
+        self.assertEqual((base / "b").read_text(), "newer")
+
+    def test_folders_that_only_lead_there_keep_their_modes(self):
+        self.some_tree()
+        (self.source / "docs").chmod(0o550)
+        (self.source / "docs/deep/c.txt").unlink()
+        self.run_agent("restore", "1", self.source / "docs/deep", "--in-place")
+        self.assertEqual((self.source / "docs/deep/c.txt").read_text(), "c")
+        self.assertEqual((self.source / "docs").stat().st_mode & 0o7777, 0o550)
+        (self.source / "docs/deep/c.txt").unlink()
+        self.run_agent("restore", "1", "--in-place", "--overwrite", "never")
+        self.assertEqual((self.source / "docs/deep/c.txt").read_text(), "c")
+        self.assertEqual((self.source / "docs").stat().st_mode & 0o7777, 0o550)
 
     def test_a_dry_run_writes_nothing(self):
         self.some_tree()

@@ -58,6 +58,49 @@ class Use(AgentCase):
         self.assertEqual(err, f"cloudbackup: Configuration file '{self.place}/config/cloudbackup/config.toml': "
                               "'colour' is no option of the program with one value\n")
 
+    def test_options_of_commands_in_a_file_and_the_environment(self):
+        for name in ("kept", "a.o", "b.tmp", "[c].o", "d.log"):
+            (self.source / name).write_text(name)
+        self.run_agent("init")
+
+        def names():
+            out, _ = self.run_agent("ls", "latest", self.source)
+            return {line.split("/")[-1] for line in out.splitlines()} & {"kept", "a.o", "b.tmp", "[c].o", "d.log"}
+
+        self.config('[backup]\nexclude = ["*.o", "*.tmp"]\ntag = ["x", "y"]\n[forget]\nkeep-last = 1\n')
+        self.run_agent("backup", self.source)
+        self.assertEqual(names(), {"kept", "d.log"})
+        tags = json.loads(self.run_agent("--json", "checkpoints")[0].splitlines()[-1])["tags"]
+        self.assertEqual(tags, ["x", "y"])
+        self.environment["CLOUDBACKUP_BACKUP_EXCLUDE"] = "*.log\n\\[c].o"
+        self.run_agent("backup", self.source)
+        self.assertEqual(names(), {"kept", "a.o", "b.tmp"})
+        self.environment["CLOUDBACKUP_BACKUP_EXCLUDE"] = "[ab].*"
+        self.run_agent("backup", self.source)
+        self.assertEqual(names(), {"kept", "[c].o", "d.log"})
+        self.run_agent("backup", self.source, "--exclude", "kept")
+        self.assertEqual(names(), {"a.o", "b.tmp", "[c].o", "d.log"})
+        self.environment["CLOUDBACKUP_BACKUP_TAG"] = "ü\nz"
+        del self.environment["CLOUDBACKUP_BACKUP_EXCLUDE"]
+        self.run_agent("forget")
+        listed = [json.loads(line)["id"] for line in self.run_agent("--json", "checkpoints")[0].splitlines()]
+        self.assertEqual(listed, [4])
+        self.assertNotIn("CLOUDBACKUP_BACKUP", self.run_agent("backup", "--help")[0])
+
+    def test_what_no_command_has_is_told(self):
+        file = f"{self.place}/config/cloudbackup/config.toml"
+        for text, name in (("[backup]\ncolour = 1\n", "backup.colour"), ("[paint]\nexclude = 'x'\n", "paint.exclude"),
+                           ("[forget]\nkeep-last = [1, 2]\n", "forget.keep-last"), ("[backup]\nhelp = true\n", "backup.help")):
+            self.config(text)
+            _, err = self.run_agent("checkpoints", expect=2)
+            self.assertEqual(err, f"cloudbackup: Configuration file '{file}': '{name}' is no option of the program with one "
+                                  "value\n")
+        # What is wrong with another command's options is no matter of this one.
+        self.config("[forget]\nkeep-last = 'many'\n")
+        self.run_agent("init")
+        self.run_agent("backup", self.source)
+        self.run_agent("forget", expect=2)
+
     def test_every_global_option_has_its_variable(self):
         out, _ = self.run_agent("--help")
         options = out[out.index("\nOptions:"):out.index("\nExit codes")]
@@ -89,20 +132,6 @@ class Use(AgentCase):
         self.assertEqual(code, 0)
         self.assertTrue(shown.startswith("Restored checkpoint 1"), shown)
 
-    def test_progress_events(self):
-        self.run_agent("init")
-        for number in range(6):
-            (self.source / f"f{number}").write_bytes(os.urandom(1_500_000))
-        self.run_agent("backup", self.source)
-        environment = dict(self.environment)
-        out = subprocess.run(self.command("--json", "--force", "backup", self.source), env=environment,
-                             capture_output=True, text=True, check=False).stdout
-        for line in out.splitlines():
-            event = json.loads(line)
-            if event["event"] == "progress":
-                self.assertLessEqual({"path", "filesDone", "bytesDone", "errors", "seconds", "bytesPerSecond"},
-                                     set(event))
-
     def interrupt(self, process, started):
         while process.poll() is None and not started():
             time.sleep(0.001)
@@ -123,6 +152,23 @@ class Use(AgentCase):
                               "the next backup.\n")
         self.run_agent("backup", self.source)
         self.assertEqual(describe(self.restore(1)), describe(self.source))
+
+    def test_other_commands_end_before_their_next_call_of_the_store(self):
+        self.run_agent("init")
+        for _ in range(2):
+            (self.source / "large").write_bytes(os.urandom(20 << 20))
+            self.run_agent("backup", self.source)
+        self.environment["CLOUDBACKUP_LIMIT_DOWNLOAD"] = "4M"
+        process = subprocess.Popen(self.command("--json", "check", "--read-data"), env=self.environment, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        begin = time.monotonic()
+        code, out, err = self.interrupt(process, lambda: time.monotonic() - begin > 0.5)  # of ten seconds
+        said = "Interrupted: what was looked at is not told; nothing was changed."
+        self.assertEqual(code, 130, out + err)
+        self.assertEqual(json.loads(out), {"event": "interrupted", "message": said})
+        self.assertEqual(err, f"cloudbackup: {said}\n")
+        del self.environment["CLOUDBACKUP_LIMIT_DOWNLOAD"]
+        self.run_agent("check", "--read-data")
 
     def complete(self, *words):
         script, _ = self.run_agent("completion", "bash")
