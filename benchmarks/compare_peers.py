@@ -7,7 +7,7 @@ For each corpus (corpora.py): first backup, a second one of the unchanged source
 that it adds, restore of everything and of one file, check with all data, and forgetting all but the last checkpoint with what only
 the others needed. Tools: cloudbackup (PROGRAM), restic and borg (Debian's packages), each with encryption and compression on and a
 repository in a folder; and "floor", what plain tools take on this machine for the least of the same work: tar through zstd -3 with a
-thread a core, looking at every file's size and times, copying, SHA-256 of what the first tool stored. The source is read once before; the tools take turns; every figure is the median of the rounds, memory the
+thread a core, looking at every file's size and times, copying, SHA-256 of what the first tool stored. The source is read before each backup; the tools take turns, another one first in each round; every figure is the median of the rounds, memory the
 highest peak. Small files are not deleted before the end: files made soon after many were deleted take up to four times as long.
 With the full size and three rounds that is about 30 GB. The million files are for memory, and take as much again.
 """
@@ -182,6 +182,11 @@ def tree_size(folder):
     return sum(path.stat().st_size for path in pathlib.Path(folder).rglob("*") if path.is_file())
 
 
+def warm(folder):
+    """Reads it all. (To /dev/null itself tar writes nothing, and reads nothing.)"""
+    subprocess.run(["sh", "-c", 'tar -cf - "$1" 2>/dev/null | cat >/dev/null', "sh", folder], check=True)
+
+
 def check_same(one, other):
     done = subprocess.run(["diff", "-rq", one, other], check=False, stdout=subprocess.PIPE)
     if done.returncode != 0:
@@ -202,14 +207,24 @@ class Round:
     def each(self, column, commands):
         for tool in self.tools:
             place = self.places[tool.name]
+            if "backup" in column:
+                warm(self.source)  # for each alike: some machines let go of what was not read for a minute
             os.sync()
             self.rows[tool.name][column] = measure_all(commands(tool, place), tool.environment(place))
 
     def backup(self, column, number):
-        subprocess.run(["tar", "-cf", "/dev/null", self.source], check=True, stderr=subprocess.DEVNULL)
         self.each(column, lambda tool, _: [tool.backup(self.source, number)])
         for tool in self.tools:
             self.sizes[tool.name].append(tree_size(self.places[tool.name] / "repository"))
+
+    def restore(self, tool):
+        target = self.places[tool.name] / "restored"
+        os.sync()
+        self.rows[tool.name]["restore"] = measure(tool.restore(target, 3), tool.environment(self.places[tool.name]))
+        if tool.name != "floor":
+            check_same(str(self.source), f"{target}{self.source}")
+        if self.corpus.name == "large":
+            shutil.rmtree(target)
 
     def run(self):
         for tool in self.tools:
@@ -221,11 +236,8 @@ class Round:
         self.backup("unchanged backup", 2)
         apart(corpora.EDIT[self.corpus.name], self.source)
         self.backup("edited backup", 3)
-        self.each("restore", lambda tool, place: [tool.restore(place / "restored", 3)])
         for tool in self.tools:
-            if tool.name == "floor":
-                continue
-            check_same(str(self.source), f"{self.places[tool.name]}/restored{self.source}")
+            self.restore(tool)
         one = sorted(path for path in self.source.rglob("*") if path.is_file())[-1]
         self.each("one file", lambda tool, place: [tool.restore_one(one, place / "one")])
         self.each("check", lambda tool, _: tool.check())
@@ -248,6 +260,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("program")
     parser.add_argument("--folder", help="where to work (default: a temporary folder)")
+    parser.add_argument("--corpora", help="a folder in which corpora.py has made them already")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--scale", type=int, default=1, help="an N-th of the full size")
     parser.add_argument("--only", action="append", help="just this tool")
@@ -255,6 +268,8 @@ def main():
     options = parser.parse_args()
     tools = [tool for tool in (Agent(os.path.abspath(options.program)), Restic(), Borg(), Floor())
              if not options.only or tool.name in options.only]
+    peers = [tool for tool in tools if tool.name != "floor"]
+    floor = [tool for tool in tools if tool.name == "floor"]  # last: it looks at what the agent stored
     with tempfile.TemporaryDirectory(dir=options.folder) as folder:
         work = pathlib.Path(folder)
         print(f"{os.cpu_count()} cores, {time.strftime('%Y-%m-%d')}, median of {options.rounds} rounds, scale 1/{options.scale}\n")
@@ -262,12 +277,16 @@ def main():
         print("|---|---|---|---:|---:|---:|", flush=True)
         for name in options.corpus or ("small", "large"):
             corpus = work / name
-            apart(corpora.MAKE[name], corpus, options.scale)
+            if options.corpora:
+                corpus = pathlib.Path(options.corpora, name)
+            else:
+                apart(corpora.MAKE[name], corpus, options.scale)
             rounds = []
             for number in range(options.rounds):
                 place = work / f"{name}-{number}"
                 place.mkdir()
-                rounds.append(Round(tools, corpus, place))
+                first = number % len(peers)
+                rounds.append(Round(peers[first:] + peers[:first] + floor, corpus, place))
                 rounds[-1].run()
                 if name == "large":
                     shutil.rmtree(place)

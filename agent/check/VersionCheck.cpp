@@ -11,6 +11,7 @@ namespace paths = cloudbackuplib::backup::paths;
 
 void CStorageCheck::AddVersion(const SRootVersion& version, const CMetaState& state, const SChunkSource& source) {
     const SMetaUsage usage = state.Check();
+    root_ = version.root.path;
     for (std::uint32_t i = 0; i < state.GetBlocks().size(); ++i) {
         if (usage.blocks[i]) {
             CheckBlock(state.GetBlocks()[i], GetBlockPath(source, i));
@@ -32,6 +33,7 @@ void CStorageCheck::CheckBlock(const SBlockExternalId& block, const std::string&
     }
     ++counts_.blocks;
     counts_.blockBytes += block.number32;
+    Tell();
     SCheckedBlock* const listed = listing_.Find(block.id);
     if (listed == nullptr) {
         damage_.AddBlock(block.id);
@@ -90,6 +92,19 @@ void CStorageCheck::ReadChunks(const CMetaState& state, const SMetaUsage& usage,
 void CStorageCheck::OnChunk(std::size_t /*index*/, std::span<const char> plain) {
     ++counts_.chunksRead;
     counts_.bytesRead += plain.size();
+    Tell();
+}
+
+void CStorageCheck::Tell() const {
+    if (options_.onProgress) {
+        SProgress progress;
+        progress.thing = "block";
+        progress.currentPath = root_;
+        progress.filesDone = options_.readData ? counts_.blocksRead : counts_.blocks;
+        progress.bytesDone = counts_.bytesRead;
+        progress.errors = findings_.size();
+        options_.onProgress(progress);
+    }
 }
 
 void CStorageCheck::OnDamagedChunk(std::size_t index, const std::exception& reason) {

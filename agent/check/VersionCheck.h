@@ -15,6 +15,7 @@
 #include "agent/check/StorageDamage.h"
 #include "agent/chunk/ChunkReader.h"
 #include "agent/look/Versions.h"
+#include "agent/run/Progress.h"
 
 namespace agent {
 
@@ -26,6 +27,8 @@ struct SCheckOptions {
     std::optional<CBlockSample> readData;
     /// Read blocks that look damaged, to tell what of them is left.
     bool readSuspicious = false;
+    /// Is told of blocks looked at and bytes read; may be empty.
+    progress_sink_t onProgress = {};
 };
 
 /// What was looked at.
@@ -62,6 +65,7 @@ private:
     [[nodiscard]] bool IsRead(const block_name_t& block) const;
     void ReadChunks(const CMetaState& state, const SMetaUsage& usage, const SChunkSource& source);
     void NameFiles(const SRootVersion& version, const CMetaState& state);
+    void Tell() const;
     void OnChunk(std::size_t index, std::span<const char> plain) override;
     void OnDamagedChunk(std::size_t index, const std::exception& reason) override;
 
@@ -78,6 +82,7 @@ private:
     // Of the version that is being read.
     const CMetaState* state_ = nullptr;
     const SChunkSource* source_ = nullptr;
+    std::string root_;
     std::vector<SChunk> wanted_;
 };
 

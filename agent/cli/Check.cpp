@@ -21,8 +21,11 @@ public:
     }
 
     int Run(const SSettings& settings) override {
-        const SCheckOptions options = options_.MakeOptions();
+        SCheckOptions options = options_.MakeOptions();
+        CProgressPrinter progress(settings.output, settings.progress);
+        options.onProgress = [&](const SProgress& now) { progress.Tell(now); };
         const SCheckResult result = RunCheck(COpenedRepository::Open4Read(settings.repository), options);
+        progress.Clear();
         for (const auto& finding : result.findings) {
             PrintFinding(settings.output, finding);
         }

@@ -65,13 +65,13 @@ double SecondsLeft(const SProgress& progress, double seconds) {
 nlohmann::json ToJson(const SProgress& progress, double seconds) {
     nlohmann::json value{{"event", "progress"},
                          {"path", EscapePath(progress.currentPath)},
-                         {"filesDone", progress.filesDone},
+                         {std::string(progress.thing) + "sDone", progress.filesDone},
                          {"bytesDone", progress.bytesDone},
                          {"errors", progress.errors},
                          {"seconds", seconds},
                          {"bytesPerSecond", static_cast<std::uint64_t>(RateOf(progress, seconds))}};
     if (progress.totalsKnown) {
-        value["filesTotal"] = progress.filesTotal;
+        value[std::string(progress.thing) + "sTotal"] = progress.filesTotal;
         value["bytesTotal"] = progress.bytesTotal;
     }
     if (const double left = SecondsLeft(progress, seconds); left >= 0) {
@@ -95,8 +95,9 @@ std::string FormatDuration(double seconds) {
 
 std::string FormatProgress(const SProgress& progress, double seconds) {
     const bool known = progress.totalsKnown;
-    std::string text = known ? FormatCount(progress.filesDone) + " of " + FormatCount(progress.filesTotal, "file")
-                             : FormatCount(progress.filesDone, "file");
+    std::string text = known
+                           ? FormatCount(progress.filesDone) + " of " + FormatCount(progress.filesTotal, progress.thing)
+                           : FormatCount(progress.filesDone, progress.thing);
     text += ", " + FormatBytes(progress.bytesDone);
     text += known ? " of " + FormatBytes(progress.bytesTotal) : "";
     text += ", " + FormatBytes(static_cast<std::uint64_t>(RateOf(progress, seconds))) + "/s";

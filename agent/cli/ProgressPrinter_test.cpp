@@ -156,5 +156,15 @@ TEST_F(ProgressPrinter, ATroubleStandsOnALineOfItsOwn) {
     EXPECT_TRUE(Printed().ends_with("\r\x1b[Kreason\n"));
 }
 
+TEST(FormatProgress, OtherThingsThanFiles) {
+    SProgress progress;
+    progress.thing = "block";
+    progress.filesDone = 1234;
+    progress.bytesDone = 10U << 20U;
+    EXPECT_EQ(FormatProgress(progress, 2), "1,234 blocks, 10.0 MiB, 5.0 MiB/s");
+    progress.filesDone = 1;
+    EXPECT_EQ(FormatProgress(progress, 2), "1 block, 10.0 MiB, 5.0 MiB/s");
+}
+
 }  // namespace
 }  // namespace agent

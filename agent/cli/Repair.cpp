@@ -49,7 +49,10 @@ public:
         while (options.source.ends_with('/')) {
             options.source.pop_back();
         }
+        CProgressPrinter progress(settings.output, settings.progress);
+        options.check.onProgress = [&](const SProgress& now) { progress.Tell(now); };
         const SRepairResult result = RunRepair(settings.repository, options);
+        progress.Clear();
         for (const auto& finding : result.check.findings) {
             PrintFinding(settings.output, finding);
         }

@@ -9,10 +9,12 @@ namespace agent {
 
 /// How far a run is.
 struct SProgress {
+    /// What is counted besides bytes; the one word for one of them.
+    const char* thing = "file";
     /// The full path that is being looked at or read.
     std::string currentPath;
     std::uint64_t filesDone = 0;
-    /// Of the files done, read or not, and what has been read of the current one.
+    /// Of the files (or other things) done, read or not, and what has been read of the current one.
     std::uint64_t bytesDone = 0;
     /// What the last checkpoint makes one expect: a run may do more, or less.
     std::uint64_t filesTotal = 0;

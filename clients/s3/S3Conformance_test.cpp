@@ -94,5 +94,29 @@ conformance::SSettings Settings(bool large) {
            conformance::RegisterConformance("WrappedS3Conformance", Factory(&Wrapped), Settings(false));
 }();
 
+/// A path of so many bytes, in elements that every store takes.
+std::string PathOf(std::size_t size) {
+    std::string path(size, 'q');
+    for (std::size_t at = 200; at + 1 < size; at += 200) {
+        path[at] = '/';
+    }
+    return path;
+}
+
+TEST(S3Service, AKeyOf1024BytesIsKeptAndALongerOneRefused) {
+    const std::string prefix = "longest";
+    const auto client = Plain(std::make_shared<CS3Client>(Options(prefix), Credentials()));
+    const std::string path = PathOf(1024 - prefix.size() - 1);
+    const auto bytes = conformance::MakeBytes(1, 1000);
+    conformance::Upload(*client, path, bytes);
+    conformance::ExpectObject(*client, path, bytes);
+    const auto listed = client->QueryFolder(path.substr(0, path.rfind('/')));
+    ASSERT_EQ(listed.size(), 1U);
+    EXPECT_EQ(listed.front().name, path.substr(path.rfind('/') + 1));
+    EXPECT_THROW(conformance::Upload(*client, path + "q", bytes), CCloudExc);
+    client->DeleteFileAsync(path)->Wait();
+    conformance::ExpectNoObject(*client, path);
+}
+
 }  // namespace
 }  // namespace clients

@@ -67,6 +67,15 @@ class Manual(AgentCase):
     def test_looking(self):
         self.run_page("looking.md", 13)
 
+    def test_restore(self):
+        (self.place / "srv/www/index.html").write_text("changed since")
+        self.run_page("restore.md", 6)
+        self.assertEqual((self.place / "srv/www/index.html").read_text(), "srv/www/index.html")
+        for path in (f"restored{self.place}/srv/db/dump.sql", f"one-file{self.place}/srv/www/index.html",
+                     "conf/nginx.conf", f"dumps{self.place}/srv/db/dump.sql"):
+            self.assertTrue((self.place / path).is_file(), path)
+        self.assertFalse((self.place / f"dumps{self.place}/srv/www/index.html").exists())
+
     def test_retention(self):
         self.run_page("retention.md", 4, first="cloudbackup forget 3 5")  # while they are there
 
