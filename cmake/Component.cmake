@@ -40,7 +40,11 @@ function(cloudbackup_test name)
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
   # What is tested is optimised as it ships; optimising the test files themselves would take the larger half of a build.
   # Under a sanitizer optimising them takes longer than they run.
-  target_compile_options(${name} PRIVATE $<IF:$<BOOL:${CLOUDBACKUP_SANITIZE}>,-O0,-O1>)
+  if(CLOUDBACKUP_SANITIZE)
+    target_compile_options(${name} PRIVATE -O0)
+  else()
+    target_compile_options(${name} PRIVATE -O1)
+  endif()
   if(CLOUDBACKUP_SANITIZE)
     # Starting a process under a sanitizer takes longer than most tests: all of a program run in one.
     add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
