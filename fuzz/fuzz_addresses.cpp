@@ -1,36 +1,22 @@
 #include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <string_view>
 
 #include "clients/azure/Account.h"
 #include "clients/http/HttpDate.h"
 #include "clients/http/Uri.h"
-#include "common/exc.h"
 #include "common/util.h"
+#include "fuzz/Readers.h"
 
 // Where a service is, what opens it, and the small texts in its headers: each reader refuses a text or takes it whole,
 // and what it takes prints to a text that reads the same.
 
+using fuzz::Require;
+using fuzz::Try;
+
 namespace {
 
 using namespace clients;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// A reader may refuse with the system's own exceptions, nothing else.
-void Try(const std::function<void()>& reader) {
-    try {
-        reader();
-    } catch (const exc::CExc&) {
-        return;
-    }
-}
 
 std::string TextOf(const http::SEndpoint& endpoint) { return endpoint.scheme + endpoint.host + endpoint.path; }
 

@@ -1,35 +1,17 @@
 #include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <span>
 #include <string>
 
 #include "agent/keys/PasswordKey.h"
 #include "agent/keys/RecoveryFile.h"
 #include "agent/run/SetDocument.h"
-#include "common/exc.h"
+#include "fuzz/Readers.h"
 
 // What the agent reads from a store before any key says that it is authentic, and from a recovery file: refused, or
 // read such that it is written and read again as the same.
 
-namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// A reader may refuse with the system's own exceptions, nothing else.
-void Try(const std::function<void()>& reader) {
-    try {
-        reader();
-    } catch (const exc::CExc&) {
-        return;
-    }
-}
-
-}  // namespace
+using fuzz::Require;
+using fuzz::Try;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::span<const char> bytes(reinterpret_cast<const char*>(data), size);

@@ -1,35 +1,21 @@
 #include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <string_view>
 
 #include "clients/azure/AzureBatch.h"
 #include "clients/azure/AzureDocuments.h"
 #include "clients/http/Uri.h"
-#include "common/exc.h"
+#include "fuzz/Readers.h"
 
 // What a Blob service answers is refused or read, by whichever reader gets it. The answer to a batch is read twice: as
 // a whole message, and as one whose first line is its content type.
 
+using fuzz::Require;
+using fuzz::Try;
+
 namespace {
 
 using namespace clients;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// A reader may refuse with the system's own exceptions, nothing else.
-void Try(const std::function<void()>& reader) {
-    try {
-        reader();
-    } catch (const exc::CExc&) {
-        return;
-    }
-}
 
 void UseMd5(std::string_view text) {
     if (const auto md5 = azure::ReadMd5(text)) {

@@ -1,23 +1,19 @@
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 
 #include "cloudbackuplib/BlockExternalId.h"
 #include "common/exc.h"
+#include "fuzz/Readers.h"
 
 // The id of a block is read from exactly its 44 bytes, whatever they are, and is written as the same.
+
+using fuzz::Require;
 
 namespace {
 
 using cloudbackuplib::backup::SBlockExternalId;
 
 constexpr std::size_t idSize = 44;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 void UseId(const SBlockExternalId& id, const cnt::array_t<char>& bytes) {
     io::mem_stream_tt<> stream;

@@ -3,7 +3,6 @@
 // together and read back the same.
 
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,17 +12,14 @@
 #include "agent/meta/MetaFile.h"
 #include "agent/meta/Records.h"
 #include "common/exc.h"
+#include "fuzz/Readers.h"
 #include "tests/support/MemoryExtent.h"
+
+using fuzz::Require;
 
 namespace {
 
 using namespace agent;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 std::string RecordsOf(const CMetaState& state) {
     std::string out;

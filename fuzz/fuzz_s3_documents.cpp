@@ -1,36 +1,22 @@
 #include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "clients/http/Uri.h"
 #include "clients/s3/S3Documents.h"
-#include "common/exc.h"
 #include "common/xml.h"
+#include "fuzz/Readers.h"
 
 // What an S3 service answers is refused or read, by whichever reader gets it; the names that a listing tells go into a
 // request from which a service reads the same.
 
+using fuzz::Require;
+using fuzz::Try;
+
 namespace {
 
 using namespace clients;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// A reader may refuse with the system's own exceptions, nothing else.
-void Try(const std::function<void()>& reader) {
-    try {
-        reader();
-    } catch (const exc::CExc&) {
-        return;
-    }
-}
 
 /// The texts of a list's elements, each one level further down.
 std::vector<std::string> Texts(const std::string& document, std::string_view root, std::string_view element,

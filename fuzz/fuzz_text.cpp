@@ -1,6 +1,4 @@
 #include <cstdint>
-#include <cstdlib>
-#include <functional>
 #include <string>
 #include <string_view>
 
@@ -9,26 +7,15 @@
 #include "common/exc.h"
 #include "common/guid.h"
 #include "common/util.h"
+#include "fuzz/Readers.h"
 
 // The small texts inside documents: each reader refuses a text or takes it whole, and what it takes prints to a text
 // that reads the same.
 
+using fuzz::Require;
+using fuzz::Try;
+
 namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// A reader may refuse with the system's own exceptions, nothing else.
-void Try(const std::function<void()>& reader) {
-    try {
-        reader();
-    } catch (const exc::CExc&) {
-        return;
-    }
-}
 
 void ReadBase64(std::string_view text) {
     const auto bytes = util::fromBase64(text);

@@ -1,22 +1,18 @@
 #include <cstdint>
-#include <cstdlib>
 
 #include "common/alglib/zlib.h"
 #include "common/exc.h"
+#include "fuzz/Readers.h"
 
 // Compressed content from the cloud is refused or read within its limit; what is read can be packed and read anew.
+
+using fuzz::Require;
 
 namespace {
 
 using alglib::compress::CZlibUtil;
 
 constexpr std::size_t limit = std::size_t{1} << 20U;
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 }  // namespace
 

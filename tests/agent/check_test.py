@@ -22,7 +22,7 @@ class Check(AgentCase):
 
     def check(self, *arguments, expect=0):
         """The findings, and the result."""
-        out, err = self.run_agent("--json", "check", *arguments, expect=expect)
+        out, err = self.run_agent("--json", "--progress", "never", "check", *arguments, expect=expect)
         *findings, result = [json.loads(line) for line in out.splitlines()]
         self.assertEqual(result["event"], "checked")
         self.assertEqual(result["damaged"], bool(findings))
@@ -34,7 +34,7 @@ class Check(AgentCase):
         """Without the source, unless it is said where it is."""
         source = [] if "--source" in arguments or arguments[:1] == ("from-source",) else ["--no-source"]
         arguments = [argument for argument in arguments if argument != "from-source"]
-        out, _ = self.run_agent("--json", "repair", *source, *arguments, expect=expect)
+        out, _ = self.run_agent("--json", "--progress", "never", "repair", *source, *arguments, expect=expect)
         events = [json.loads(line) for line in out.splitlines()]
         return next(one for one in events if one["event"] == "repaired")
 

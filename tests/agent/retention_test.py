@@ -34,7 +34,7 @@ class Retention(AgentCase):
         return [event["id"] for event in map(json.loads, out.splitlines()) if event["event"] == "checkpoint"]
 
     def events(self, *arguments, expect=0):
-        out, _ = self.run_agent("--json", *arguments, expect=expect)
+        out, _ = self.run_agent("--json", "--progress", "never", *arguments, expect=expect)
         return [json.loads(line) for line in out.splitlines()]
 
     def objects(self, part):

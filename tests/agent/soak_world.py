@@ -35,7 +35,7 @@ class World:
     # Running.
 
     def arguments(self, *arguments):
-        return self.soak.command("--json", "--set", self.name, *arguments)
+        return self.soak.command("--json", "--progress", "never", "--set", self.name, *arguments)
 
     def run(self, *arguments, expect=(0,), settings=None):
         """The events that the program tells; fails unless it ends with one of the expected codes."""

@@ -159,7 +159,8 @@ class Use(AgentCase):
             (self.source / "large").write_bytes(os.urandom(20 << 20))
             self.run_agent("backup", self.source)
         self.environment["CLOUDBACKUP_LIMIT_DOWNLOAD"] = "4M"
-        process = subprocess.Popen(self.command("--json", "check", "--read-data"), env=self.environment, text=True,
+        process = subprocess.Popen(self.command("--json", "--progress", "never", "check", "--read-data"),
+                                   env=self.environment, text=True,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         begin = time.monotonic()
         code, out, err = self.interrupt(process, lambda: time.monotonic() - begin > 0.5)  # of ten seconds

@@ -79,7 +79,7 @@ class AgentOnStore(StoreCase):
         self.assertEqual(describe(self.restore("latest")), describe(self.source))
 
     def events(self, *arguments, environment=None, expect=0):
-        done = subprocess.run(self.command("--json", *arguments), env=environment or self.environment,
+        done = subprocess.run(self.command("--json", "--progress", "never", *arguments), env=environment or self.environment,
                               capture_output=True, text=True, check=False)
         self.assertEqual(done.returncode, expect, f"{arguments}: {done.stdout}{done.stderr}")
         return [json.loads(line) for line in done.stdout.splitlines()]
