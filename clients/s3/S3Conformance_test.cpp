@@ -10,6 +10,7 @@
 #include "clients/s3/S3Client.h"
 #include "clients/s3/S3Failure.h"
 #include "cloudclientlib/conformance/GTest.h"
+#include "cloudclientlib/conformance/Tools.h"
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
 #include "cloudclientlib/wrappers/GateClient.h"
