@@ -95,9 +95,9 @@ std::string FormatDuration(double seconds) {
 
 std::string FormatProgress(const SProgress& progress, double seconds) {
     const bool known = progress.totalsKnown;
-    std::string text = known
-                           ? FormatCount(progress.filesDone) + " of " + FormatCount(progress.filesTotal, progress.thing)
-                           : FormatCount(progress.filesDone, progress.thing);
+    std::string text =
+        known ? FormatCount(progress.filesDone) + " of " + FormatCount(progress.filesTotal, std::string(progress.thing))
+              : FormatCount(progress.filesDone, std::string(progress.thing));
     text += ", " + FormatBytes(progress.bytesDone);
     text += known ? " of " + FormatBytes(progress.bytesTotal) : "";
     text += ", " + FormatBytes(static_cast<std::uint64_t>(RateOf(progress, seconds))) + "/s";

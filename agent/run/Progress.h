@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace agent {
@@ -10,7 +11,7 @@ namespace agent {
 /// How far a run is.
 struct SProgress {
     /// What is counted besides bytes; the one word for one of them.
-    const char* thing = "file";
+    std::string_view thing = "file";
     /// The full path that is being looked at or read.
     std::string currentPath;
     std::uint64_t filesDone = 0;

@@ -304,14 +304,14 @@ TEST_F(Changing, ProgressIsToldAtEachFileAndEachMebibyte) {
     };
     run();
     ASSERT_GE(told.size(), 2U + largeSize / (1U << 20U));
-    EXPECT_EQ(told.front(), (SProgress{Source("a"), 1, 4, 0, 0, 0, false}));
-    EXPECT_EQ(told.back(), (SProgress{Source("large"), 2, 4 + largeSize, 0, 0, 0, false}));
+    EXPECT_EQ(told.front(), (SProgress{"file", Source("a"), 1, 4, 0, 0, 0, false}));
+    EXPECT_EQ(told.back(), (SProgress{"file", Source("large"), 2, 4 + largeSize, 0, 0, 0, false}));
     for (std::size_t i = 1; i < told.size(); ++i) {
         EXPECT_GE(told[i].bytesDone, told[i - 1].bytesDone);
         EXPECT_LE(told[i].bytesDone - told[i - 1].bytesDone, 1U << 20U);
     }
     run();
-    EXPECT_EQ(told.back(), (SProgress{Source("large"), 2, 4 + largeSize, 2, 4 + largeSize, 0, true}));
+    EXPECT_EQ(told.back(), (SProgress{"file", Source("large"), 2, 4 + largeSize, 2, 4 + largeSize, 0, true}));
 }
 
 }  // namespace
