@@ -1,3 +1,5 @@
+#include <functional>
+
 #include "agent/run/OpenedCheckpoint.h"
 #include "cloudclientlib/wrappers/FaultClient.h"
 #include "tests/agent/AgentFixture.h"
@@ -16,29 +18,36 @@ protected:
         file << "edited";
         ASSERT_TRUE(file.flush());
     }
+
+    /// Plans to bring the last checkpoint's root back to where it was; then `change` happens, then the restore.
+    SRestoreStatistics RestoreInPlace(const SSourceRestoreOptions& options, const SRestoreSelection& selection,
+                                      const SRestoreSinks& sinks, const std::function<void()>& change) {
+        COpenedCheckpoint opened(options_, "latest");
+        const SRoot root = opened.GetDocument().roots.front();
+        const CMetaState state = opened.LoadMetadata(root);
+        SProgress progress;
+        CSourceRestore restore(state, CRestoreTarget(Source(), ETargetUse::mayHoldFiles), {},
+                               CRestoreFilter(selection, Source()), options, sinks, progress);
+        change();
+        restore.Run(opened.GetChunkSource(root, state));
+        return restore.GetStatistics();
+    }
 };
 
 TEST_F(RestoreRace, VerifySeesAChangeInWhatIsTakenOverFromTheFileThatIsThere) {
     WriteFile("large", RandomBytes(12U << 20U, 1));
-    const auto backup = Backup();
+    (void)Backup();
     Edit("large", 6 << 20U);
-    COpenedCheckpoint opened(options_, "latest");
-    const SRoot root = opened.GetDocument().roots.front();
-    const CMetaState state = opened.LoadMetadata(root);
     SSourceRestoreOptions options;
     options.overwrite = EOverwrite::ifChanged;
     options.verify = true;
     std::vector<std::string> troubles;
     SRestoreSinks sinks;
     sinks.onTrouble = [&](const STrouble& trouble) { troubles.push_back(trouble.path + ": " + trouble.reason); };
-    SProgress progress;
-    CSourceRestore restore(state, CRestoreTarget(Source(), ETargetUse::mayHoldFiles), {}, CRestoreFilter({}, Source()),
-                           options, sinks, progress);
-    Edit("large", 1);
-    restore.Run(opened.GetChunkSource(root, state));
+    const auto statistics = RestoreInPlace(options, {}, sinks, [&] { Edit("large", 1); });
     EXPECT_THAT(troubles,
                 testing::ElementsAre(Source("large") + ": what was read back at byte 0 is not what was written"));
-    EXPECT_EQ(restore.GetStatistics().verified, 0U);
+    EXPECT_EQ(statistics.verified, 0U);
 }
 
 TEST_F(RestoreRace, AStoreThatFailsEndsItAndNothingIsDeleted) {
@@ -63,26 +72,18 @@ TEST_F(RestoreRace, AStoreThatFailsEndsItAndNothingIsDeleted) {
 }
 
 TEST_F(RestoreRace, WhatCameIntoAFolderMeanwhileIsNotDeletedWhenAPatternProtectsIt) {
-    const auto backup = Backup();
+    (void)Backup();
     MakeFolder("mine");
     WriteFile("mine/a", "a");
-    COpenedCheckpoint opened(options_, "latest");
-    const SRoot root = opened.GetDocument().roots.front();
-    const CMetaState state = opened.LoadMetadata(root);
     SSourceRestoreOptions options;
     options.overwrite = EOverwrite::ifChanged;
     options.deleteOthers = true;
     SRestoreSelection selection;
     selection.exclude = {"*.log"};
-    SRestoreSinks sinks;
-    SProgress progress;
-    CSourceRestore restore(state, CRestoreTarget(Source(), ETargetUse::mayHoldFiles), {},
-                           CRestoreFilter(selection, Source()), options, sinks, progress);
-    WriteFile("mine/b.log", "b");
-    restore.Run(opened.GetChunkSource(root, state));
+    const auto statistics = RestoreInPlace(options, selection, {}, [&] { WriteFile("mine/b.log", "b"); });
     EXPECT_THAT(FilesUnder(Source(), ""), testing::ElementsAre(HasSubstr("mine/b.log")));
-    EXPECT_EQ(restore.GetStatistics().deleted, 1U);
-    EXPECT_EQ(restore.GetStatistics().errors, 1U);
+    EXPECT_EQ(statistics.deleted, 1U);
+    EXPECT_EQ(statistics.errors, 1U);
 }
 
 }  // namespace
