@@ -38,6 +38,9 @@ function(cloudbackup_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gmock GTest::gtest_main)
+  # Most of a test file's compilation are the headers that all of a program share: they are compiled together.
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ON)
+  target_compile_options(${name} PRIVATE -Wno-shadow)
   # What is tested is optimised as it ships; optimising the test files themselves would take the larger half of a build.
   # Under a sanitizer optimising them takes longer than they run.
   if(CLOUDBACKUP_SANITIZE)

@@ -40,8 +40,8 @@ install(FILES "${use}/completions/cloudbackup.fish" DESTINATION "${CMAKE_INSTALL
 foreach(folder common common/alglib common/crypto cloudclientlib cloudclientlib/wrappers
                clients/http clients/s3 clients/azure)
   file(GLOB headers CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${folder}/*.h")
-  list(REMOVE_ITEM headers "${PROJECT_SOURCE_DIR}/common/xml_check.h"
-    "${PROJECT_SOURCE_DIR}/clients/http/FakeServer.h" "${PROJECT_SOURCE_DIR}/clients/http/HttpTransfer.h")
+  list(REMOVE_ITEM headers "${PROJECT_SOURCE_DIR}/common/xml_check.h" "${PROJECT_SOURCE_DIR}/common/openssl_check.h"
+    "${PROJECT_SOURCE_DIR}/clients/http/FakeServer.h" "${PROJECT_SOURCE_DIR}/clients/http/HeaderText.h" "${PROJECT_SOURCE_DIR}/clients/http/HttpTransfer.h")
   install(FILES ${headers} DESTINATION "${CLOUDBACKUP_INCLUDEDIR}/${folder}" COMPONENT development)
 endforeach()
 install(DIRECTORY cloudbackuplib/include/cloudbackuplib DESTINATION "${CLOUDBACKUP_INCLUDEDIR}" COMPONENT development)

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "common/exc.h"
+#include "common/openssl_check.h"
 
 namespace digest {
 
@@ -30,16 +31,10 @@ const EVP_MD* Sha256Algorithm() {
     return algorithm;
 }
 
-void Check(int result, const char* operation) {
-    if (result != 1) {
-        throw exc::CRuntimeExc("Digest operation '%1' failed", operation);
-    }
-}
-
 template <class D>
 D Compute(std::span<const char> data, const EVP_MD* algorithm) {
     D result;
-    Check(EVP_Digest(data.data(), data.size(), result.bytes.data(), nullptr, algorithm, nullptr), "digest");
+    CheckDigestCall(EVP_Digest(data.data(), data.size(), result.bytes.data(), nullptr, algorithm, nullptr), "digest");
     return result;
 }
 
@@ -56,16 +51,16 @@ sha256_digest_t HmacSha256(std::span<const char> key, std::span<const char> data
     const auto* const bytes = reinterpret_cast<const unsigned char*>(data.data());
     const auto* const done = HMAC(Sha256Algorithm(), key.data(), static_cast<int>(key.size()), bytes, data.size(),
                                   result.bytes.data(), nullptr);
-    Check(done != nullptr ? 1 : 0, "hmac");
+    CheckDigestCall(done != nullptr ? 1 : 0, "hmac");
     return result;
 }
 
 struct CSha256::SContext {
     SContext() : context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
-        Check(context != nullptr ? 1 : 0, "new");
+        CheckDigestCall(context != nullptr ? 1 : 0, "new");
         Start();
     }
-    void Start() { Check(EVP_DigestInit_ex(context.get(), Sha256Algorithm(), nullptr), "init"); }
+    void Start() { CheckDigestCall(EVP_DigestInit_ex(context.get(), Sha256Algorithm(), nullptr), "init"); }
 
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context;
 };
@@ -76,12 +71,12 @@ CSha256::CSha256(CSha256&&) noexcept = default;
 CSha256& CSha256::operator=(CSha256&&) noexcept = default;
 
 void CSha256::Update(std::span<const char> data) {
-    Check(EVP_DigestUpdate(context_->context.get(), data.data(), data.size()), "update");
+    CheckDigestCall(EVP_DigestUpdate(context_->context.get(), data.data(), data.size()), "update");
 }
 
 sha256_digest_t CSha256::Finish() {
     sha256_digest_t result;
-    Check(EVP_DigestFinal_ex(context_->context.get(), result.bytes.data(), nullptr), "final");
+    CheckDigestCall(EVP_DigestFinal_ex(context_->context.get(), result.bytes.data(), nullptr), "final");
     context_->Start();
     return result;
 }

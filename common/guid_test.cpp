@@ -17,7 +17,7 @@ using guid::guid_t;
 
 constexpr const char* plain = "01234567-89ab-cdef-0123-456789abcdef";
 
-std::string FailureOf(std::string_view text) {
+std::string ReadFailure(std::string_view text) {
     try {
         return "read as " + guid_t::FromStr(text).ToAStr();
     } catch (const exc::CRuntimeExc& failure) {
@@ -79,8 +79,8 @@ TEST(Guid, RefusesAnyOtherForm) {
     for (const std::string& text : refused) {
         EXPECT_THROW((void)guid_t::FromStr(text), exc::CRuntimeExc) << text;
     }
-    EXPECT_EQ("Invalid GUID: 'x'", FailureOf("x"));
-    EXPECT_EQ("Invalid GUID: ''", FailureOf(""));
+    EXPECT_EQ("Invalid GUID: 'x'", ReadFailure("x"));
+    EXPECT_EQ("Invalid GUID: ''", ReadFailure(""));
 }
 
 TEST(Guid, NewOnesAreRandomVersionFour) {

@@ -2,26 +2,16 @@
 
 #include <openssl/evp.h>
 
-#include "common/exc.h"
+#include "common/openssl_check.h"
 
 namespace digest {
 
-namespace {
-
-void Check(int result, const char* operation) {
-    if (result != 1) {
-        throw exc::CRuntimeExc("Digest operation '%1' failed", operation);
-    }
-}
-
-}  // namespace
-
 struct CMd5::SContext {
     SContext() : context(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
-        Check(context != nullptr ? 1 : 0, "new");
+        CheckDigestCall(context != nullptr ? 1 : 0, "new");
         Start();
     }
-    void Start() { Check(EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr), "init"); }
+    void Start() { CheckDigestCall(EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr), "init"); }
 
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context;
 };
@@ -32,12 +22,12 @@ CMd5::CMd5(CMd5&&) noexcept = default;
 CMd5& CMd5::operator=(CMd5&&) noexcept = default;
 
 void CMd5::Update(std::span<const char> data) {
-    Check(EVP_DigestUpdate(context_->context.get(), data.data(), data.size()), "update");
+    CheckDigestCall(EVP_DigestUpdate(context_->context.get(), data.data(), data.size()), "update");
 }
 
 md5_digest_t CMd5::Finish() {
     md5_digest_t result;
-    Check(EVP_DigestFinal_ex(context_->context.get(), result.bytes.data(), nullptr), "final");
+    CheckDigestCall(EVP_DigestFinal_ex(context_->context.get(), result.bytes.data(), nullptr), "final");
     context_->Start();
     return result;
 }

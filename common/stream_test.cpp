@@ -8,22 +8,13 @@
 #include <string>
 
 #include "common/crypto/sec_allocator.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 
 using io::mem_stream_tt;
 
 std::string TextOf(const mem_stream_tt<>& stream) { return {stream.GetBuffer().begin(), stream.GetBuffer().end()}; }
-
-template <class F>
-std::string FailureOf(const F& operation) {
-    try {
-        operation();
-    } catch (const exc::CRuntimeExc& failure) {
-        return failure.what();
-    }
-    return "nothing thrown";
-}
 
 /// Takes only so many bytes.
 class NarrowStream : public io::binary_stream_tt {
@@ -81,19 +72,19 @@ TEST(MemStream, AShortReadLeavesTheValueAlone) {
 TEST(SerialExc, AShortWriteIsAFailure) {
     NarrowStream stream(3);
     EXPECT_EQ("Failed to write value to the binary stream: written less bytes (3) than expected (4).",
-              FailureOf([&] { io::SerialExc(stream, std::uint32_t{1}); }));
+              test::ThrownBy([&] { io::SerialExc(stream, std::uint32_t{1}); }));
     EXPECT_EQ("Failed to write value to the binary stream: written less bytes (0) than expected (8).",
-              FailureOf([&] { io::SerialExc(stream, std::uint64_t{1}); }));
+              test::ThrownBy([&] { io::SerialExc(stream, std::uint64_t{1}); }));
     NarrowStream wide(4);
-    EXPECT_EQ("nothing thrown", FailureOf([&] { io::SerialExc(wide, std::uint32_t{1}); }));
+    EXPECT_EQ("nothing thrown", test::ThrownBy([&] { io::SerialExc(wide, std::uint32_t{1}); }));
 }
 
 TEST(UnserialExc, AShortReadIsAFailure) {
     mem_stream_tt<> stream(cnt::array_t<char>{1, 2, 3});
     EXPECT_EQ("Failed to retrieve value from the binary stream: received less bytes (3) than expected (8).",
-              FailureOf([&] { (void)io::UnserialExc<std::uint64_t>(stream); }));
+              test::ThrownBy([&] { (void)io::UnserialExc<std::uint64_t>(stream); }));
     EXPECT_EQ("Failed to retrieve value from the binary stream: received less bytes (0) than expected (1).",
-              FailureOf([&] { (void)io::UnserialExc<std::uint8_t>(stream); }));
+              test::ThrownBy([&] { (void)io::UnserialExc<std::uint8_t>(stream); }));
 }
 
 TEST(MemStream, AlsoOverSecureMemory) {

@@ -13,22 +13,13 @@
 #include "common/exc.h"
 #include "common/posix.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 
 constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
 
 std::string Text(const cnt::array_t<char>& bytes) { return {bytes.begin(), bytes.end()}; }
-
-template <class F>
-std::string FailureOf(const F& operation) {
-    try {
-        operation();
-    } catch (const exc::CExc& failure) {
-        return failure.what();
-    }
-    return "nothing thrown";
-}
 
 TEST(Number, IsPlainDecimal) {
     EXPECT_EQ("0", util::str_from_uint64(0));
@@ -63,7 +54,7 @@ TEST(Number, RefusesAllElse) {
                                    "--1",
                                    "99999999999999999999999999"};
     for (const std::string& text : refused) {
-        EXPECT_EQ("Not an unsigned number: '" + text + "'", FailureOf([&] { (void)util::str_to_uint64(text); }));
+        EXPECT_EQ("Not an unsigned number: '" + text + "'", test::ThrownBy([&] { (void)util::str_to_uint64(text); }));
     }
     EXPECT_THROW((void)util::str_to_uint64(std::string("1\0", 2)), exc::CRuntimeExc);
 }
@@ -175,18 +166,18 @@ TEST(Utf8, InvalidBytesAreRefusedAndPlaced) {
                                    "\xFE",
                                    "\xFF"};
     for (const std::string& bytes : refused) {
-        EXPECT_EQ("Text is not valid UTF-8 at byte 2", FailureOf([&] { (void)util::Utf8ToWide("ab" + bytes); }));
+        EXPECT_EQ("Text is not valid UTF-8 at byte 2", test::ThrownBy([&] { (void)util::Utf8ToWide("ab" + bytes); }));
         EXPECT_EQ(0U, util::Utf8SequenceLength(bytes));
     }
 }
 
 TEST(Utf8, CharactersThatUnicodeDoesNotKnowAreRefused) {
     EXPECT_EQ("Text has a character that Unicode does not know: 55296",
-              FailureOf([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))); }));
+              test::ThrownBy([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(0xD800))); }));
     EXPECT_EQ("Text has a character that Unicode does not know: 1114112",
-              FailureOf([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))); }));
+              test::ThrownBy([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(0x110000))); }));
     EXPECT_EQ("Text has a character that Unicode does not know: 4294967295",
-              FailureOf([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(-1))); }));
+              test::ThrownBy([] { (void)util::WideToUtf8(std::wstring(1, static_cast<wchar_t>(-1))); }));
 }
 
 TEST(Utf8, SequenceLengths) {
@@ -230,7 +221,7 @@ TEST(FileHelpers, SizeDeleteRename) {
     util::fs_file_rename(dir / "a", dir / "b");
     EXPECT_EQ(5U, util::fs_file_size(dir / "b"));
     EXPECT_EQ("Cannot tell the size of '" + (dir / "a") + "': No such file or directory",
-              FailureOf([&] { (void)util::fs_file_size(dir / "a"); }));
+              test::ThrownBy([&] { (void)util::fs_file_size(dir / "a"); }));
     util::fs_file_delete(dir / "b");
     util::fs_file_delete(dir / "b");
     EXPECT_THROW((void)util::fs_file_size(dir / "b"), posix::CPosixExc);
@@ -239,9 +230,9 @@ TEST(FileHelpers, SizeDeleteRename) {
 TEST(FileHelpers, FailuresNameTheFile) {
     const test::TempDir dir;
     EXPECT_EQ("Cannot delete '" + dir.GetPath() + "': Is a directory",
-              FailureOf([&] { util::fs_file_delete(dir.GetPath()); }));
+              test::ThrownBy([&] { util::fs_file_delete(dir.GetPath()); }));
     EXPECT_EQ("Cannot rename '" + (dir / "none") + "': No such file or directory",
-              FailureOf([&] { util::fs_file_rename(dir / "none", dir / "x"); }));
+              test::ThrownBy([&] { util::fs_file_rename(dir / "none", dir / "x"); }));
 }
 
 TEST(FileHelpers, APathWithANulIsRefusedWhole) {

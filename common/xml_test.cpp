@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/exc.h"
+#include "tests/support/Thrown.h"
 
 namespace {
 
@@ -23,17 +24,7 @@ using xml::TiXmlParseExc;
 using xml::TiXmlToStr;
 using xml::xml_holder_t;
 
-constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-
-template <class F>
-std::string FailureOf(const F& operation) {
-    try {
-        operation();
-    } catch (const exc::CRuntimeExc& failure) {
-        return failure.what();
-    }
-    return "nothing thrown";
-}
+constexpr std::uint64_t largestUInt64 = std::numeric_limits<std::uint64_t>::max();
 
 /// The element <Node A="..."/> with that value.
 xml_holder_t NodeWith(std::string_view value) {
@@ -47,7 +38,7 @@ TEST(Xml, ADocumentIsBuiltAndPrinted) {
     auto document = TiXmlCreateDocument();
     auto root = TiXmlCreateChild(document, "Root");
     xml::TiXmlSetStrAttr(root, "Text", "a<b>&\"c\"'d'");
-    xml::TiXmlSetUInt64Attr(root, "Size", largest);
+    xml::TiXmlSetUInt64Attr(root, "Size", largestUInt64);
     auto child = TiXmlCreateChild(root, "Child");
     xml::TiXmlSetIntAttr(child, "Number", -5);
     xml::TiXmlSetBoolAttr(child, "Yes", true);
@@ -78,7 +69,7 @@ TEST(Xml, ChildrenAreFoundByName) {
     const auto root =
         TiXmlGetChildExc(TiXmlParseExc("<r>text<x n='1'/><!-- --><y/><x n='2'/><![CDATA[<x n='3'/>]]></r>"), "r");
     EXPECT_EQ("1", TiXmlGetStrAttrExc(TiXmlGetChildExc(root, "x"), "n")) << "the first of that name";
-    EXPECT_EQ("Cannot find required node: z", FailureOf([&] { (void)TiXmlGetChildExc(root, "z"); }));
+    EXPECT_EQ("Cannot find required node: z", test::ThrownBy([&] { (void)TiXmlGetChildExc(root, "z"); }));
     EXPECT_FALSE(TiXmlGetChildSafe(root, "z").has_value());
     EXPECT_FALSE(TiXmlGetChildSafe(root, "X").has_value()) << "names are case-sensitive";
     ASSERT_TRUE(TiXmlGetChildSafe(root, "y").has_value());
@@ -94,13 +85,13 @@ TEST(Xml, ChildrenAreFoundByName) {
 TEST(Xml, AMissingAttributeIsNamedWithItsElement) {
     const auto node = NodeWith("x");
     EXPECT_EQ("Cannot find required attribute 'B' of node 'Node'",
-              FailureOf([&] { (void)TiXmlGetStrAttrExc(node, "B"); }));
+              test::ThrownBy([&] { (void)TiXmlGetStrAttrExc(node, "B"); }));
     EXPECT_EQ("Cannot find required attribute 'B' of node 'Node'",
-              FailureOf([&] { (void)xml::TiXmlGetUInt64AttrExc(node, "B"); }));
+              test::ThrownBy([&] { (void)xml::TiXmlGetUInt64AttrExc(node, "B"); }));
     EXPECT_EQ("Cannot find required attribute 'B' of node 'Node'",
-              FailureOf([&] { (void)xml::TiXmlGetGuidAttrExc(node, "B"); }));
+              test::ThrownBy([&] { (void)xml::TiXmlGetGuidAttrExc(node, "B"); }));
     EXPECT_EQ("Cannot find required attribute 'a' of node 'Node'",
-              FailureOf([&] { (void)TiXmlGetStrAttrExc(node, "a"); }));
+              test::ThrownBy([&] { (void)TiXmlGetStrAttrExc(node, "a"); }));
 }
 
 TEST(Xml, AnOptionalAttributeThatIsMissingHasItsDefault) {
@@ -118,11 +109,11 @@ TEST(Xml, UnsignedNumbersAreStrict) {
     const auto read = [](std::string_view text) { return xml::TiXmlGetUInt64AttrExc(NodeWith(text), "A"); };
     EXPECT_EQ(0U, read("0"));
     EXPECT_EQ(12U, read("012"));
-    EXPECT_EQ(largest, read("18446744073709551615"));
+    EXPECT_EQ(largestUInt64, read("18446744073709551615"));
     for (const std::string text :
          {"", " ", "-1", "-0", "+1", " 1", "1 ", "1x", "0x1", "1.0", "1e2", "18446744073709551616"}) {
         EXPECT_EQ("Attribute 'A' of node 'Node' is not an unsigned number: '" + text + "'",
-                  FailureOf([&] { (void)read(text); }));
+                  test::ThrownBy([&] { (void)read(text); }));
     }
 }
 
@@ -133,7 +124,8 @@ TEST(Xml, SignedNumbersAreStrict) {
     EXPECT_EQ(2147483647, read("2147483647"));
     EXPECT_EQ(std::numeric_limits<int>::min(), read("-2147483648"));
     for (const std::string text : {"", "-", "--1", "+1", " 1", "1 ", "1-", "2147483648", "-2147483649", "one"}) {
-        EXPECT_EQ("Attribute 'A' of node 'Node' is not a number: '" + text + "'", FailureOf([&] { (void)read(text); }));
+        EXPECT_EQ("Attribute 'A' of node 'Node' is not a number: '" + text + "'",
+                  test::ThrownBy([&] { (void)read(text); }));
     }
 }
 
@@ -144,7 +136,8 @@ TEST(Xml, FlagsAreStrict) {
     EXPECT_FALSE(read("false"));
     EXPECT_FALSE(read("0"));
     for (const std::string text : {"", "True", "yes", "2", " true", "01", "truefalse"}) {
-        EXPECT_EQ("Attribute 'A' of node 'Node' is not a flag: '" + text + "'", FailureOf([&] { (void)read(text); }));
+        EXPECT_EQ("Attribute 'A' of node 'Node' is not a flag: '" + text + "'",
+                  test::ThrownBy([&] { (void)read(text); }));
     }
 }
 
@@ -152,13 +145,14 @@ TEST(Xml, GuidsAreStrict) {
     const auto read = [](std::string_view text) { return xml::TiXmlGetGuidAttrExc(NodeWith(text), "A").ToAStr(); };
     EXPECT_EQ("01234567-89ab-cdef-0123-456789abcdef", read("{01234567-89AB-cdef-0123-456789abcdef}"));
     for (const std::string text : {"", "0", "01234567-89ab-cdef-0123-456789abcde"}) {
-        EXPECT_EQ("Attribute 'A' of node 'Node' is not a GUID: '" + text + "'", FailureOf([&] { (void)read(text); }));
+        EXPECT_EQ("Attribute 'A' of node 'Node' is not a GUID: '" + text + "'",
+                  test::ThrownBy([&] { (void)read(text); }));
     }
 }
 
 TEST(Xml, OfAHostileValueOnlyTheBeginningIsQuoted) {
     const auto message = [](const std::string& value) {
-        return FailureOf([&] { (void)xml::TiXmlGetUInt64AttrExc(NodeWith(value), "A"); });
+        return test::ThrownBy([&] { (void)xml::TiXmlGetUInt64AttrExc(NodeWith(value), "A"); });
     };
     const std::string head = "Attribute 'A' of node 'Node' is not an unsigned number: '";
     EXPECT_EQ(head + std::string(64, 'x') + "'", message(std::string(100000, 'x')));
@@ -169,7 +163,7 @@ TEST(Xml, OfAHostileValueOnlyTheBeginningIsQuoted) {
 
 TEST(Xml, ADocumentIsNoElement) {
     auto document = TiXmlParseExc("<a/>");
-    EXPECT_EQ("XML node '' is not an element", FailureOf([&] { (void)TiXmlGetStrAttrExc(document, "x"); }));
+    EXPECT_EQ("XML node '' is not an element", test::ThrownBy([&] { (void)TiXmlGetStrAttrExc(document, "x"); }));
     EXPECT_THROW(xml::TiXmlSetStrAttr(document, "x", "y"), exc::CRuntimeExc);
     EXPECT_THROW((void)xml::TiXmlGetIntAttrSafe(document, "x", 1), exc::CRuntimeExc);
 }
@@ -178,7 +172,7 @@ TEST(Xml, ATextThatNoDocumentCanCarryIsRefused) {
     auto node = NodeWith("kept");
     for (const std::string& text : {std::string("a\0b", 3), std::string("\xFF"), std::string("\xED\xA0\x80")}) {
         EXPECT_EQ("Attribute 'A' of node 'Node' is not UTF-8 text: ''",
-                  FailureOf([&] { xml::TiXmlSetStrAttr(node, "A", text); }));
+                  test::ThrownBy([&] { xml::TiXmlSetStrAttr(node, "A", text); }));
     }
     EXPECT_EQ("kept", TiXmlGetStrAttrExc(node, "A"));
 }

@@ -9,7 +9,7 @@
 #include "agent/chunk/ChunkCheck.h"
 #include "agent/chunk/ChunkSealing.h"
 #include "agent/chunk/ChunkStream.h"
-#include "agent/look/PathScope.h"
+#include "agent/select/PathScope.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "cloudclientlib/CloudExc.h"
 

@@ -3,12 +3,12 @@
 #include <algorithm>
 
 #include "agent/check/BlockRebuild.h"
-#include "agent/look/PathScope.h"
 #include "agent/meta/FileExtent.h"
 #include "agent/run/OpenedCheckpoint.h"
 #include "agent/run/RootMetadata.h"
 #include "agent/run/SetUpkeep.h"
 #include "agent/run/StoreFailure.h"
+#include "agent/select/PathScope.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 #include "common/util.h"

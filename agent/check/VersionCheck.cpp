@@ -1,7 +1,7 @@
 #include "agent/check/VersionCheck.h"
 
-#include "agent/look/PathScope.h"
 #include "agent/run/StoreFailure.h"
+#include "agent/select/PathScope.h"
 #include "cloudbackuplib/CloudPaths.h"
 #include "common/exc.h"
 

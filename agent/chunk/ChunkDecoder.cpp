@@ -10,7 +10,7 @@ namespace agent {
 
 namespace {
 
-std::size_t SlotCount(std::size_t threads) { return std::clamp<std::size_t>(4 * threads, 4, 16); }
+std::size_t DecoderSlots(std::size_t threads) { return std::clamp<std::size_t>(4 * threads, 4, 16); }
 
 std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& source) {
     const std::span<const char> bytes(*source.bytes);
@@ -30,7 +30,7 @@ std::span<const char> StoredBytes(const SChunk& chunk, const SRangeDownload& sou
 }  // namespace
 
 CChunkDecoder::CChunkDecoder(std::size_t threads)
-    : tools_(threads + 1), slots_(SlotCount(threads)), workers_(threads) {}
+    : tools_(threads + 1), slots_(DecoderSlots(threads)), workers_(threads) {}
 
 void CChunkDecoder::Submit(const SChunk& chunk, CRangeDownloads::range_ptr source, data_key_ptr key) {
     SDecodeSlot& slot = NextSlot(chunk);

@@ -7,7 +7,7 @@ namespace agent {
 namespace {
 
 /// Enough that no worker waits while the caller reads on, and no more than 32 chunks in memory.
-std::size_t SlotCount(std::size_t threads) { return std::clamp<std::size_t>(4 * threads, 4, 32); }
+std::size_t PipelineSlots(std::size_t threads) { return std::clamp<std::size_t>(4 * threads, 4, 32); }
 
 }  // namespace
 
@@ -18,7 +18,7 @@ CChunkPipeline::CChunkPipeline(const CChunkTable& table, std::size_t threads, st
       zstdLevel_(zstdLevel),
       key_(std::move(key)),
       tools_(threads),
-      slots_(SlotCount(threads)),
+      slots_(PipelineSlots(threads)),
       workers_(threads) {}
 
 void CChunkPipeline::Fill(std::span<const char> data) {

@@ -3,8 +3,8 @@
 
 #include "agent/cli/Command.h"
 #include "agent/look/FileContentReader.h"
-#include "agent/look/PathScope.h"
 #include "agent/run/OpenedCheckpoint.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

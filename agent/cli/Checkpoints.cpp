@@ -6,7 +6,7 @@
 #include "agent/cli/Failure.h"
 #include "agent/cli/FilterOptions.h"
 #include "agent/cli/JsonForms.h"
-#include "agent/look/CheckpointFilter.h"
+#include "agent/run/CheckpointFilter.h"
 
 namespace agent {
 

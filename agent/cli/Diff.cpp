@@ -3,9 +3,9 @@
 
 #include "agent/cli/Command.h"
 #include "agent/cli/EntryForms.h"
-#include "agent/look/PathScope.h"
 #include "agent/look/StateDiff.h"
 #include "agent/run/OpenedCheckpoint.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

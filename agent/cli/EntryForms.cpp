@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/cli/Output.h"
-#include "agent/look/PathScope.h"
 #include "agent/run/SetDocument.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/look/CheckpointFilter.h"
+#include "agent/run/CheckpointFilter.h"
 
 namespace agent {
 

@@ -131,12 +131,23 @@ private:
     void AddChoice(CLI::App& command) {
         command
             .add_option_function<std::vector<std::string>>(
-                "--tag", [this](const std::vector<std::string>& texts) { AddTags(texts, options_.filter.tags); },
+                "--tag",
+                [this](const std::vector<std::string>& texts) {
+                    for (const auto& text : texts) {
+                        static_cast<void>(Split(text));
+                        options_.filter.tags.push_back(text);
+                    }
+                },
                 "Look only at checkpoints with all these tags; may be given several times")
             ->type_name("TAG[,TAG...]")
             ->allow_extra_args(false);
         command.add_option("--host", options_.filter.hosts, "Look only at checkpoints of this host; several times")
             ->type_name("HOST")
+            ->allow_extra_args(false);
+        command
+            .add_option("--path", options_.filter.paths,
+                        "Look only at checkpoints with a folder that holds this path or lies under it; several times")
+            ->type_name("PATH")
             ->allow_extra_args(false);
         command
             .add_option_function<std::string>(

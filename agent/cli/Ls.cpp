@@ -2,8 +2,8 @@
 
 #include "agent/cli/Command.h"
 #include "agent/cli/EntryForms.h"
-#include "agent/look/PathScope.h"
 #include "agent/run/OpenedCheckpoint.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

@@ -11,7 +11,7 @@ namespace {
 
 nlohmann::json ToJson(const SObjectCount& count) { return {{"objects", count.objects}, {"bytes", count.bytes}}; }
 
-std::string ToText(const SObjectCount& count, const std::string& noun) {
+std::string CountText(const SObjectCount& count, const std::string& noun) {
     return FormatCount(count.objects, noun) + ", " + FormatBytes(count.bytes);
 }
 
@@ -35,14 +35,15 @@ void PrintRepack(const SRepackPlan& repack, bool dryRun) {
 void PrintPlan(const std::string& set, const SPrunePlan& plan, bool dryRun) {
     const std::string verb = dryRun ? "would remove " : "removed ";
     PrintLine("Set '" + set + "' with " + FormatCount(plan.checkpoints.size(), "checkpoint") + ":");
-    PrintLine("  blocks: kept " + ToText(plan.blocksKept, "block") + "; " + verb + ToText(plan.blocksRemoved, "block"));
-    PrintLine("  metadata: kept " + ToText(plan.metadataKept, "object") + "; " + verb +
-              ToText(plan.metadataRemoved, "object"));
+    PrintLine("  blocks: kept " + CountText(plan.blocksKept, "block") + "; " + verb +
+              CountText(plan.blocksRemoved, "block"));
+    PrintLine("  metadata: kept " + CountText(plan.metadataKept, "object") + "; " + verb +
+              CountText(plan.metadataRemoved, "object"));
     if (plan.othersRemoved.objects != 0) {
-        PrintLine("  among the blocks: " + verb + ToText(plan.othersRemoved, "object") + " that are no blocks");
+        PrintLine("  among the blocks: " + verb + CountText(plan.othersRemoved, "object") + " that are no blocks");
     }
     if (plan.young.objects != 0) {
-        PrintLine("  unused, but too young to go (--min-age): " + ToText(plan.young, "object"));
+        PrintLine("  unused, but too young to go (--min-age): " + CountText(plan.young, "object"));
     }
     PrintRepack(plan.repack, dryRun);
     if (plan.unusedBytes != 0) {

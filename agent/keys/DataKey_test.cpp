@@ -6,7 +6,7 @@ namespace agent {
 
 namespace {
 
-CDataKey KeyOf(char byte) { return CDataKey(crypto::sec_bytes_t(32, byte)); }
+CDataKey DataKeyOf(char byte) { return CDataKey(crypto::sec_bytes_t(32, byte)); }
 
 std::string Hex(const SSealKey& key) {
     digest::sha256_digest_t bytes;
@@ -18,7 +18,7 @@ const guid::guid_t storage = guid::guid_t::FromStr("01234567-89ab-cdef-0123-4567
 
 /// Computed with Python's hmac and hashlib: a repository made once must be readable for ever.
 TEST(DataKey, DerivesWhatItAlwaysDid) {
-    const CDataKey key = KeyOf(7);
+    const CDataKey key = DataKeyOf(7);
     EXPECT_EQ(key.GetId().ToAStr(), "d8926d9d8caa9fac52af3f5a63e7ace3");
     EXPECT_EQ(Hex(key.ChunkKey(digest::Sha256(std::string_view("chunk of text")))),
               "645b99bdc0a8e8d71d289d62770bb73f1c87cab73e1dbc901ae19f640bfd1d21");
@@ -29,8 +29,8 @@ TEST(DataKey, DerivesWhatItAlwaysDid) {
 }
 
 TEST(DataKey, DiffersInEverythingFromAnother) {
-    const CDataKey one = KeyOf(1);
-    const CDataKey other = KeyOf(2);
+    const CDataKey one = DataKeyOf(1);
+    const CDataKey other = DataKeyOf(2);
     EXPECT_NE(one.GetId(), other.GetId());
     EXPECT_FALSE(one.ChunkKey({}) == other.ChunkKey({}));
     EXPECT_FALSE(one.BankKey(storage) == other.BankKey(storage));

@@ -8,11 +8,11 @@ namespace agent {
 
 namespace {
 
-data_key_ptr KeyOf(char byte) { return std::make_shared<const CDataKey>(crypto::sec_bytes_t(32, byte)); }
+data_key_ptr SharedKeyOf(char byte) { return std::make_shared<const CDataKey>(crypto::sec_bytes_t(32, byte)); }
 
-const data_key_ptr first = KeyOf(1);
-const data_key_ptr second = KeyOf(2);
-const data_key_ptr third = KeyOf(3);
+const data_key_ptr first = SharedKeyOf(1);
+const data_key_ptr second = SharedKeyOf(2);
+const data_key_ptr third = SharedKeyOf(3);
 
 TEST(KeyRing, WithoutKeysOpensWhatIsNotSealed) {
     const CKeyRing ring;

@@ -4,6 +4,7 @@
 
 #include "common/exc.h"
 #include "tests/support/RecordingSink.h"
+#include "tests/support/Thrown.h"
 
 namespace agent {
 
@@ -12,15 +13,6 @@ namespace {
 constexpr SPasswordCost cheap{64, 1};
 
 crypto::sec_bytes_t Password(std::string_view text) { return {text.begin(), text.end()}; }
-
-std::string FailureOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const exc::CRuntimeExc& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
-}
 
 /// Computed with the reference program (`printf password | argon2 somesaltsomesalt -id -t 2 -m 16 -p 1 -l 32 -r`).
 TEST(PasswordKey, GivesTheReferencesKey) {
@@ -53,10 +45,10 @@ TEST(PasswordSalt, ComesBackFromItsBytes) {
 
 TEST(PasswordSalt, RefusesOtherBytes) {
     auto bytes = SPasswordSalt::CreateNew(cheap).ToBytes();
-    EXPECT_EQ(FailureOf([&] { static_cast<void>(SPasswordSalt::FromBytes(std::span(bytes).first(24))); }),
+    EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(SPasswordSalt::FromBytes(std::span(bytes).first(24))); }),
               "The key record's salt is none of this program's");
     bytes[0] = 2;
-    EXPECT_EQ(FailureOf([&] { static_cast<void>(SPasswordSalt::FromBytes(bytes)); }),
+    EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(SPasswordSalt::FromBytes(bytes)); }),
               "The key record's salt is none of this program's");
 }
 
@@ -87,9 +79,9 @@ TEST(PasswordSalt, RefusesCostsThatARecordMustNotAsk) {
         const std::string expected = exc::Format(
             "A password cannot cost %1 KiB of memory and %2 passes: 8 to 4194304 KiB and 1 to 100 passes are possible",
             cost.memoryKib, cost.passes);
-        EXPECT_EQ(FailureOf([&] { static_cast<void>(SPasswordSalt::FromBytes(salt.ToBytes())); }), expected);
-        EXPECT_EQ(FailureOf([&] { static_cast<void>(SPasswordSalt::CreateNew(cost)); }), expected);
-        EXPECT_EQ(FailureOf([&] { static_cast<void>(KeyOfPassword(Password("x"), salt)); }), expected);
+        EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(SPasswordSalt::FromBytes(salt.ToBytes())); }), expected);
+        EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(SPasswordSalt::CreateNew(cost)); }), expected);
+        EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(KeyOfPassword(Password("x"), salt)); }), expected);
     }
 }
 

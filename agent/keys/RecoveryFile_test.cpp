@@ -5,6 +5,7 @@
 
 #include "common/posix.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/Thrown.h"
 
 namespace agent {
 
@@ -13,15 +14,6 @@ namespace {
 SRecoveryKeys SomeKeys() {
     return {guid::guid_t::CreateNew(), guid::guid_t::CreateNew(),
             CKeyRing({CDataKey::CreateNew(), CDataKey::CreateNew()})};
-}
-
-std::string FailureOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const exc::CRuntimeExc& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
 }
 
 class RecoveryFile : public testing::Test {
@@ -54,7 +46,7 @@ TEST_F(RecoveryFile, ReplacesNoFile) {
 
 TEST_F(RecoveryFile, TellsNothingOfAFileThatIsNone) {
     const auto failureOf = [](std::string_view text) {
-        return FailureOf([&] { static_cast<void>(SRecoveryKeys::FromText(text)); });
+        return test::ThrownBy([&] { static_cast<void>(SRecoveryKeys::FromText(text)); });
     };
     const char* const none = "It is no file of recovery keys";
     EXPECT_EQ(failureOf("my secret diary"), none);
@@ -70,7 +62,7 @@ TEST_F(RecoveryFile, NoticesAChangedKey) {
     const auto at = std::search(text.begin(), text.end(), id.begin(), id.end());
     ASSERT_NE(at, text.end());
     *at = *at == '0' ? '1' : '0';
-    EXPECT_EQ(FailureOf([&] { static_cast<void>(SRecoveryKeys::FromText(text)); }),
+    EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(SRecoveryKeys::FromText(text)); }),
               "a key does not have the id that stands beside it");
 }
 

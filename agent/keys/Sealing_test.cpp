@@ -5,6 +5,7 @@
 #include <string>
 
 #include "common/digest.h"
+#include "tests/support/Thrown.h"
 
 namespace agent {
 
@@ -31,15 +32,6 @@ seal_nonce_t NonceOf(std::string_view bytes) {
 }
 
 SSealKey SomeKey() { return KeyOf("0123456789abcdef0123456789abcdef"); }
-
-std::string FailureOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const CUnsealExc& failure) {
-        return failure.what();
-    }
-    return "nothing was thrown";
-}
 
 constexpr const char* refused = "it is not what was sealed with this key";
 
@@ -88,14 +80,14 @@ TEST(Sealing, NoticesEveryChangedByte) {
     for (std::size_t i = 0; i < sealed.size(); ++i) {
         std::string changed = sealed;
         changed[i] = static_cast<char>(changed[i] ^ 1);
-        EXPECT_EQ(FailureOf([&] { static_cast<void>(OpenText(SomeKey(), "place", changed)); }), refused) << i;
+        EXPECT_EQ(test::ThrownBy([&] { static_cast<void>(OpenText(SomeKey(), "place", changed)); }), refused) << i;
     }
 }
 
 TEST(Sealing, NoticesAnotherKeyPlaceOrLength) {
     const std::string sealed = SealText(SomeKey(), "place", "some text");
     const auto open = [&](const SSealKey& key, std::string_view context, const std::string& bytes) {
-        return FailureOf([&] { static_cast<void>(OpenText(key, context, bytes)); });
+        return test::ThrownBy([&] { static_cast<void>(OpenText(key, context, bytes)); });
     };
     EXPECT_EQ(open(SSealKey(), "place", sealed), refused);
     EXPECT_EQ(open(SomeKey(), "elsewhere", sealed), refused);
@@ -107,7 +99,7 @@ TEST(Sealing, NoticesAnotherKeyPlaceOrLength) {
 TEST(Sealing, WantsBuffersThatFit) {
     std::string room(10, '\0');
     EXPECT_THROW(CSealer().Seal(SomeKey(), RandomNonce(), "", std::string_view("text"), room), exc::CRuntimeExc);
-    EXPECT_EQ(FailureOf([&] { CSealer().Open(SomeKey(), "", std::string_view("text"), room); }),
+    EXPECT_EQ(test::ThrownBy([&] { CSealer().Open(SomeKey(), "", std::string_view("text"), room); }),
               "4 sealed bytes cannot hold 10");
 }
 

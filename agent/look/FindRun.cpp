@@ -2,9 +2,9 @@
 
 #include <map>
 
-#include "agent/look/PathScope.h"
 #include "agent/look/StateDiff.h"
 #include "agent/look/Versions.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

@@ -125,7 +125,7 @@ private:
     void PlanByRules() {
         std::map<std::string, std::vector<const SCheckpointInfo*>> groups;
         for (const auto& checkpoint : checkpoints_) {
-            if (options_.filter.Matches(checkpoint.document)) {
+            if (Matches(options_.filter, checkpoint.document)) {
                 groups[GroupOf(checkpoint.document, options_.grouping)].push_back(&checkpoint);
             }
         }
@@ -198,17 +198,6 @@ private:
 };
 
 }  // namespace
-
-bool SCheckpointFilter::Matches(const SSetDocument& document) const {
-    const auto has = [&](const std::string& tag) {
-        return std::find(document.tags.begin(), document.tags.end(), tag) != document.tags.end();
-    };
-    const bool host = hosts.empty() || std::find(hosts.begin(), hosts.end(), document.host) != hosts.end();
-    const bool tag = tags.empty() || std::any_of(tags.begin(), tags.end(), [&](const auto& list) {
-                         return std::all_of(list.begin(), list.end(), has);
-                     });
-    return host && tag;
-}
 
 SForgetPlan PlanForget(CSetUpkeep& upkeep, const SForgetOptions& options) {
     return CForgetPlanner(upkeep, options).Plan();

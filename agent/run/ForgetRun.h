@@ -7,20 +7,11 @@
 #include <vector>
 
 #include "agent/retention/Policy.h"
-#include "agent/run/CheckpointList.h"
+#include "agent/run/CheckpointFilter.h"
 #include "agent/run/SetUpkeep.h"
 #include "agent/run/Trouble.h"
 
 namespace agent {
-
-/// Which checkpoints a policy looks at; empty for any.
-struct SCheckpointFilter {
-    std::vector<std::string> hosts;
-    /// All tags of one of these lists.
-    std::vector<std::vector<std::string>> tags;
-
-    [[nodiscard]] bool Matches(const SSetDocument& document) const;
-};
 
 /// What the rules are applied to, each by itself.
 struct SGrouping {
@@ -33,6 +24,7 @@ struct SForgetOptions {
     /// Either these very checkpoints, or what the rules do not keep.
     std::vector<std::uint64_t> ids;
     retention::SRules rules;
+    /// Which checkpoints the rules look at.
     SCheckpointFilter filter;
     SGrouping grouping;
     /// Rules that keep nothing of a group are meant so.

@@ -67,17 +67,6 @@ std::string Describe(const std::vector<backup::SCloudRepoIdentity>& clients) {
     return text;
 }
 
-/// The client as the repository has it on record.
-backup::SCloudRepositoryClientInfo FindClient(backup::ICloudRepository& repository, const guid::guid_t& id) {
-    const auto clients = repository.EnumClients();
-    for (const auto& client : clients) {
-        if (client.id == id) {
-            return {client.id, client.type, client.description};
-        }
-    }
-    throw exc::CRuntimeExc("There is no client %1; there are: %2", id, Describe(clients));
-}
-
 SOpenedStore OpenExistingStore(const SRepositoryOptions& options) {
     SOpenedStore store = OpenStore(options.location, clients::ELocation::existing, options.network);
     if (options.wrapStore) {
@@ -95,7 +84,8 @@ SOpened Open(const SRepositoryOptions& options, CLocalState& state, const std::o
         if (!as || *as == own) {
             return {std::move(repository), own};
         }
-        store.identity = FindClient(*repository, *as);
+        const backup::SCloudRepoIdentity client = FindClient(*repository, *as);
+        store.identity = {client.id, client.type, client.description};
         return {backup::CCloudExternalRepository::OpenExisting(store.client, InfoFor(options, store, *as)), *as};
     } catch (const std::exception& failure) {
         exc::RegenTraceExc(failure, "Cannot open the repository (made by 'cloudbackup init')");
@@ -122,6 +112,16 @@ guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients
 }
 
 }  // namespace
+
+backup::SCloudRepoIdentity FindClient(backup::ICloudRepository& repository, const guid::guid_t& id) {
+    const auto clients = repository.EnumClients();
+    for (const auto& client : clients) {
+        if (client.id == id) {
+            return client;
+        }
+    }
+    throw exc::CRuntimeExc("There is no client %1; there are: %2", id, Describe(clients));
+}
 
 guid::guid_t CreateRepository(const SRepositoryOptions& options) {
     CLocalState state(options.stateFolder);

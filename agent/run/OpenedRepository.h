@@ -41,6 +41,10 @@ guid::guid_t CreateRepository(const SRepositoryOptions& options);
 [[nodiscard]] std::shared_ptr<cloudbackuplib::backup::ICloudRepository> OpenCloudRepository(
     const SRepositoryOptions& options, const std::optional<guid::guid_t>& as = {});
 
+/// One of the repository's clients. Throws exc::CRuntimeExc that names those there are.
+[[nodiscard]] cloudbackuplib::backup::SCloudRepoIdentity FindClient(
+    cloudbackuplib::backup::ICloudRepository& repository, const guid::guid_t& id);
+
 /// The options ask for another client than the one that can be written as from here.
 class CForeignClientExc : public exc::CRuntimeExc {
 public:

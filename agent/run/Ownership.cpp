@@ -51,15 +51,6 @@ std::uint64_t CountObjects(const backup::ICloudRepository& repository, const SCl
     return count;
 }
 
-SCloudRepoIdentity FindClient(backup::ICloudRepository& repository, const guid::guid_t& id) {
-    for (const auto& client : repository.EnumClients()) {
-        if (client.id == id) {
-            return client;
-        }
-    }
-    throw exc::CRuntimeExc("There is no client %1 in the repository ('cloudbackup clients' lists them)", id);
-}
-
 /// Whose set is meant: the client that the options name, else the one that the repository was opened for.
 guid::guid_t ClientOfSet(const SRepositoryOptions& options, const backup::ICloudRepository& repository) {
     return options.client.empty()

@@ -7,12 +7,12 @@
 namespace agent {
 namespace {
 
-std::string_view NameOf(std::string_view path) { return path.substr(path.find_last_of('/') + 1); }
+std::string_view LastName(std::string_view path) { return path.substr(path.find_last_of('/') + 1); }
 
 bool Matches(const std::string& line, const std::string& path, bool isFolder = false, ECase letters = ECase::exact) {
     const auto pattern = CPattern::Parse(line, letters);
     EXPECT_TRUE(pattern) << line;
-    return pattern && pattern->Matches(path, NameOf(path), isFolder);
+    return pattern && pattern->Matches(path, LastName(path), isFolder);
 }
 
 struct SCase {
@@ -150,7 +150,7 @@ TEST(Pattern, TakesNoTimeForManyStars) {
 EVerdict Judge(const std::string& lines, const std::string& path, bool isFolder = false) {
     CPatternList list;
     list.AddLines(lines);
-    return list.Judge(path, NameOf(path), isFolder);
+    return list.Judge(path, LastName(path), isFolder);
 }
 
 TEST(PatternList, TheLastThatMatchesDecides) {

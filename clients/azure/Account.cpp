@@ -1,5 +1,7 @@
 #include "clients/azure/Account.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -43,26 +45,19 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
                       [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
-std::string_view Trim(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r\n";
-    const std::size_t first = text.find_first_not_of(blanks);
-    return first == std::string_view::npos ? std::string_view()
-                                           : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 /// Which one is wrong is told by its number, since anything in it may be a secret that was put in the wrong place.
 void TakeSetting(std::string_view setting, std::size_t number, settings_t& settings) {
     const std::size_t equals = setting.find('=');
     if (equals == std::string_view::npos) {
         throw exc::CRuntimeExc("Connection string: setting %1 is not written 'Name=Value'", number);
     }
-    const std::string_view given = Trim(setting.substr(0, equals));
+    const std::string_view given = http::Trim(setting.substr(0, equals));
     const auto* const name =
         std::find_if(names.begin(), names.end(), [&](std::string_view one) { return EqualsIgnoringCase(one, given); });
     if (name == names.end()) {
         throw exc::CRuntimeExc("Connection string: the name of setting %1 is not known", number);
     }
-    if (!settings.emplace(*name, Trim(setting.substr(equals + 1))).second) {
+    if (!settings.emplace(*name, http::Trim(setting.substr(equals + 1))).second) {
         throw exc::CRuntimeExc("Connection string: %1 is there twice", *name);
     }
 }
@@ -72,7 +67,7 @@ settings_t Split(std::string_view text) {
     std::size_t number = 0;
     while (!text.empty()) {
         const std::size_t end = std::min(text.find(';'), text.size());
-        const std::string_view setting = Trim(text.substr(0, end));
+        const std::string_view setting = http::Trim(text.substr(0, end));
         if (!setting.empty()) {
             TakeSetting(setting, ++number, settings);
         }

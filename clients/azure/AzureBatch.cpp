@@ -1,5 +1,7 @@
 #include "clients/azure/AzureBatch.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <algorithm>
 #include <cctype>
 
@@ -10,19 +12,6 @@
 namespace clients::azure {
 
 namespace {
-
-std::string ToLower(std::string_view text) {
-    std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower;
-}
-
-std::string_view Trim(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    return first == std::string_view::npos ? std::string_view()
-                                           : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 /// Takes the first line off the text, with its end, which may lack a carriage return.
 std::string_view TakeLine(std::string_view& text) {
@@ -36,13 +25,13 @@ std::string_view TakeLine(std::string_view& text) {
 }
 
 std::string BoundaryOf(std::string_view contentType) {
-    const std::size_t found = ToLower(contentType).find("boundary=");
+    const std::size_t found = http::ToLower(contentType).find("boundary=");
     std::string_view boundary = found == std::string::npos ? "" : contentType.substr(found + 9);
     if (boundary.starts_with('"')) {
         boundary.remove_prefix(1);
         boundary = boundary.substr(0, boundary.find('"'));
     } else {
-        boundary = Trim(boundary.substr(0, boundary.find(';')));
+        boundary = http::Trim(boundary.substr(0, boundary.find(';')));
     }
     if (boundary.empty()) {
         throw exc::CRuntimeExc("The answer to a batch has no boundary");
@@ -62,7 +51,7 @@ void TakeHeaders(std::string_view& text, const F& take) {
         if (colon == std::string_view::npos) {
             throw exc::CRuntimeExc("The answer to a batch holds a malformed header");
         }
-        take(ToLower(Trim(line.substr(0, colon))), Trim(line.substr(colon + 1)));
+        take(http::ToLower(http::Trim(line.substr(0, colon))), http::Trim(line.substr(colon + 1)));
     }
 }
 

@@ -143,7 +143,7 @@ TEST(AzureFailure, KnowsWhatIsGone) {
     }
 }
 
-std::string Refusal(const std::string& path) {
+std::string PlaceRefusal(const std::string& path) {
     try {
         const SPlace place("UploadFile", path, "");
         return place.name;
@@ -155,13 +155,13 @@ std::string Refusal(const std::string& path) {
 }
 
 TEST(AzurePlace, RefusesNamesThatTheServiceWouldKeepAsOthers) {
-    EXPECT_EQ(Refusal("/a//b c/"), "a/b c");
-    EXPECT_EQ(Refusal("a\\b"), "UploadFile 'a\\b': the store takes a backslash in a name for a slash");
-    EXPECT_EQ(Refusal("a\nb"), "UploadFile 'a\nb': the store cannot hold control characters in names");
-    EXPECT_EQ(Refusal("a\xFF"), "UploadFile 'a\xFF': the store holds names in UTF-8 only");
-    EXPECT_EQ(Refusal("cut \xC3"), "UploadFile 'cut \xC3': the store holds names in UTF-8 only");
-    EXPECT_EQ(Refusal("  "), "UploadFile '  ': the store cannot list names of blanks");
-    EXPECT_EQ(Refusal("a/ "), "a/ ");
+    EXPECT_EQ(PlaceRefusal("/a//b c/"), "a/b c");
+    EXPECT_EQ(PlaceRefusal("a\\b"), "UploadFile 'a\\b': the store takes a backslash in a name for a slash");
+    EXPECT_EQ(PlaceRefusal("a\nb"), "UploadFile 'a\nb': the store cannot hold control characters in names");
+    EXPECT_EQ(PlaceRefusal("a\xFF"), "UploadFile 'a\xFF': the store holds names in UTF-8 only");
+    EXPECT_EQ(PlaceRefusal("cut \xC3"), "UploadFile 'cut \xC3': the store holds names in UTF-8 only");
+    EXPECT_EQ(PlaceRefusal("  "), "UploadFile '  ': the store cannot list names of blanks");
+    EXPECT_EQ(PlaceRefusal("a/ "), "a/ ");
 }
 
 TEST(AzurePlace, LiesBelowThePrefix) {

@@ -1,5 +1,7 @@
 #include "clients/azure/SharedKey.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <algorithm>
 #include <array>
 #include <map>
@@ -31,12 +33,6 @@ std::string TrimAll(std::string_view value) {
     return trimmed;
 }
 
-std::string ToLower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return text;
-}
-
 std::string HeaderOf(const SSignedParts& request, std::string_view name) {
     if (name == "content-length") {  // of nothing it is empty, not 0
         return request.contentLength == 0 ? std::string() : std::to_string(request.contentLength);
@@ -61,7 +57,7 @@ std::string CanonicalHeaders(const SSignedParts& request) {
 std::string CanonicalResource(const SSignedParts& request, const std::string& account) {
     std::map<std::string, std::vector<std::string>> query;
     for (const auto& [name, value] : request.query) {
-        query[ToLower(name)].push_back(value);
+        query[http::ToLower(name)].push_back(value);
     }
     std::string text = "/" + account + request.path;
     for (auto& [name, values] : query) {

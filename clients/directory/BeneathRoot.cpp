@@ -14,8 +14,6 @@ using posix::fd_t;
 
 namespace {
 
-constexpr mode_t newFolderMode = 0700;
-
 int OpenAt2(int folder, const char* path, int flags) {
     open_how how{};
     how.flags = static_cast<unsigned>(flags) | static_cast<unsigned>(O_CLOEXEC);

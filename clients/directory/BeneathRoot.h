@@ -9,6 +9,9 @@
 
 namespace clients::directory {
 
+/// What is made belongs to its user alone.
+constexpr mode_t newFolderMode = 0700;
+
 /// One folder of a file system, whose inside is reached without ever leaving it: the kernel resolves every path beneath
 /// the folder and refuses symbolic links anywhere in it (openat2), also when the tree changes meanwhile.
 ///

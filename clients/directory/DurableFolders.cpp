@@ -11,7 +11,6 @@ using posix::fd_t;
 
 namespace {
 
-constexpr mode_t newFolderMode = 0700;
 /// How often a folder that others delete at the same time is made again.
 constexpr int maxAttempts = 64;
 /// What is remembered only saves syncs; past this number it is gathered afresh.

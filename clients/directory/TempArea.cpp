@@ -18,7 +18,6 @@ using posix::fd_t;
 namespace {
 
 constexpr mode_t newFileMode = 0600;
-constexpr mode_t newFolderMode = 0700;
 constexpr logging::section_t section("DirectoryClient");
 
 fd_t CreateTempFile(int folder, const std::string& name) {

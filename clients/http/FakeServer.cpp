@@ -1,5 +1,7 @@
 #include "clients/http/FakeServer.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <arpa/inet.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -154,9 +156,7 @@ private:
         for (std::size_t at = head.find("\r\n") + 2; at < head.size();) {
             const std::size_t end = head.find("\r\n", at);
             const std::size_t colon = head.find(':', at);
-            std::string name = head.substr(at, colon - at);
-            std::transform(name.begin(), name.end(), name.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+            const std::string name = ToLower(head.substr(at, colon - at));
             const std::size_t value = std::min(end, head.find_first_not_of(' ', colon + 1));
             request.headers[name] = head.substr(value, end - value);
             at = end + 2;

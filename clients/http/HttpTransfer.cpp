@@ -1,5 +1,7 @@
 #include "clients/http/HttpTransfer.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <algorithm>
 #include <cctype>
 #include <new>
@@ -39,13 +41,6 @@ bool MayPass(CURLcode code) {
         default:
             return false;
     }
-}
-
-std::string Trim(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    return first == std::string_view::npos
-               ? std::string()
-               : std::string(text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1));
 }
 
 }  // namespace
@@ -223,10 +218,7 @@ void CHttpTransfer::TakeHeader(std::string line) {
     if (colon == std::string::npos || answer_.headers.size() >= mostHeaders) {
         return;
     }
-    std::string name = line.substr(0, colon);
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    answer_.headers[std::move(name)] = Trim(std::string_view(line).substr(colon + 1));
+    answer_.headers[ToLower(line.substr(0, colon))] = Trim(std::string_view(line).substr(colon + 1));
 }
 
 SHttpFailure CHttpTransfer::Describe(CURLcode code) const {

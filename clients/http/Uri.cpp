@@ -1,5 +1,7 @@
 #include "clients/http/Uri.h"
 
+#include "clients/http/HeaderText.h"
+
 #include <algorithm>
 
 #include "common/exc.h"
@@ -20,9 +22,6 @@ int HexDigit(char c) {
     const char lower = static_cast<char>(c | 0x20);
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
-
-/// Of ASCII; others are none of a host's name.
-char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool IsPlain(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7F; }) &&
@@ -102,8 +101,7 @@ SEndpoint ReadEndpoint(std::string_view text) {
     if (!IsPlain(rest) || !IsHost(rest.substr(0, slash))) {
         throw exc::CRuntimeExc("an endpoint is a host and perhaps a port, nothing else");
     }
-    endpoint.host = rest.substr(0, slash);
-    std::transform(endpoint.host.begin(), endpoint.host.end(), endpoint.host.begin(), ToLower);
+    endpoint.host = ToLower(rest.substr(0, slash));
     const std::string_view own = endpoint.scheme == "https://" ? ":443" : ":80";
     if (endpoint.host.ends_with(own)) {  // libcurl leaves it out of the header, and a signature holds for the header
         endpoint.host.resize(endpoint.host.size() - own.size());

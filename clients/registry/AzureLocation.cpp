@@ -1,6 +1,6 @@
 #include "clients/registry/AzureLocation.h"
 
-#include "cloudclientlib/CloudExc.h"
+#include "clients/registry/RefuseLocation.h"
 #include "common/exc.h"
 
 namespace clients {
@@ -9,19 +9,15 @@ namespace {
 
 constexpr const char* variable = "AZURE_STORAGE_CONNECTION_STRING";
 
-[[noreturn]] void Refuse(const std::string& why) {
-    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenLocation", "azure:", why});
-}
-
 azure::SAccount ReadAccount(std::string text) {
     const crypto::erase_at_end_t erased(text);
     if (text.empty()) {
-        Refuse(std::string("the environment variable ") + variable + " is not set");
+        RefuseLocation("azure:", std::string("the environment variable ") + variable + " is not set");
     }
     try {
         return azure::ReadConnectionString(text);
     } catch (const exc::CExc& failure) {
-        Refuse(std::string(variable) + ": " + failure.what());
+        RefuseLocation("azure:", std::string(variable) + ": " + failure.what());
     }
 }
 
@@ -32,7 +28,7 @@ SAzureLocation ReadAzureLocation(const std::string& container, const environment
     SAzureLocation location;
     location.options.container = container.substr(0, slash);
     if (location.options.container.empty()) {
-        Refuse("the container's name is missing: it is written 'azure:CONTAINER'");
+        RefuseLocation("azure:", "the container's name is missing: it is written 'azure:CONTAINER'");
     }
     if (slash != std::string::npos) {
         location.options.prefix = container.substr(slash + 1);

@@ -14,7 +14,7 @@ environment_t Of(const std::string& value) {
 constexpr const char* connection =
     "DefaultEndpointsProtocol=https;AccountName=joe;AccountKey=c2VjcmV0;EndpointSuffix=core.example";
 
-std::string FailureOf(const std::string& container, const std::string& value) {
+std::string AzureFailureOf(const std::string& container, const std::string& value) {
     try {
         static_cast<void>(ReadAzureLocation(container, Of(value)));
     } catch (const cloudclientlib::CCloudExc& failure) {
@@ -33,14 +33,14 @@ TEST(AzureLocation, IsAContainerAndTheEnvironment) {
 }
 
 TEST(AzureLocation, WhatIsMissingIsNamed) {
-    EXPECT_EQ(FailureOf("", connection),
+    EXPECT_EQ(AzureFailureOf("", connection),
               "OpenLocation 'azure:': the container's name is missing: it is written 'azure:CONTAINER'");
-    EXPECT_EQ(FailureOf("backups", ""),
+    EXPECT_EQ(AzureFailureOf("backups", ""),
               "OpenLocation 'azure:': the environment variable AZURE_STORAGE_CONNECTION_STRING is not set");
 }
 
 TEST(AzureLocation, SecretsAreNotRepeated) {
-    const std::string failure = FailureOf("backups", "AccountName=joe;AccountKey=!secret!");
+    const std::string failure = AzureFailureOf("backups", "AccountName=joe;AccountKey=!secret!");
     EXPECT_TRUE(failure.starts_with("OpenLocation 'azure:': AZURE_STORAGE_CONNECTION_STRING: ")) << failure;
     EXPECT_EQ(failure.find("secret"), std::string::npos) << failure;
 }

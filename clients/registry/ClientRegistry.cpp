@@ -8,6 +8,7 @@
 #include "clients/directory/DirectoryClient.h"
 #include "clients/registry/AzureLocation.h"
 #include "clients/registry/NetworkClient.h"
+#include "clients/registry/RefuseLocation.h"
 #include "clients/registry/S3Location.h"
 #include "clients/s3/S3Store.h"
 #include "cloudclientlib/CloudExc.h"
@@ -23,13 +24,9 @@ namespace {
 using opener_t = std::shared_ptr<ICloudClient> (*)(const std::string& rest, ELocation mode,
                                                    const SNetworkOptions& network);
 
-[[noreturn]] void Refuse(const std::string& shown, std::string reason) {
-    throw CCloudExc({EFailure::other, false, "OpenLocation", shown, std::move(reason)});
-}
-
 std::shared_ptr<ICloudClient> OpenDirectory(const std::string& rest, ELocation mode, const SNetworkOptions& network) {
     if (rest.empty()) {
-        Refuse("dir:", "the folder's path is missing");
+        RefuseLocation("dir:", "the folder's path is missing");
     }
     // A folder may lie behind a network, too; how it is reached is the system's matter.
     return WithinLimits(std::make_shared<CDirectoryClient>(
@@ -89,7 +86,7 @@ std::string KnownSchemes() {
 std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocation mode,
                                            const SNetworkOptions& network) {
     if (location.empty()) {
-        Refuse(location, "the location is empty");
+        RefuseLocation(location, "the location is empty");
     }
     const auto scheme = SchemeOf(location);
     if (scheme.empty()) {
@@ -97,8 +94,8 @@ std::shared_ptr<ICloudClient> OpenLocation(const std::string& location, ELocatio
     }
     const auto opener = Openers().find(scheme);
     if (opener == Openers().end()) {
-        Refuse(scheme + ":", "unknown kind of location; known are " + KnownSchemes() +
-                                 " and plain paths (a path with a colon is written 'dir:PATH')");
+        RefuseLocation(scheme + ":", "unknown kind of location; known are " + KnownSchemes() +
+                                         " and plain paths (a path with a colon is written 'dir:PATH')");
     }
     return opener->second(location.substr(scheme.size() + 1), mode, network);
 }

@@ -1,7 +1,7 @@
 #include "clients/registry/S3Location.h"
 
 #include "clients/http/Uri.h"
-#include "cloudclientlib/CloudExc.h"
+#include "clients/registry/RefuseLocation.h"
 #include "common/exc.h"
 
 namespace clients {
@@ -9,15 +9,11 @@ namespace clients {
 namespace {
 
 /// The address itself is not told: somebody may have written a password into it.
-[[noreturn]] void Refuse(const std::string& why) {
-    throw cloudclientlib::CCloudExc({cloudclientlib::EFailure::other, false, "OpenLocation", "s3:", why});
-}
-
 http::SEndpoint ReadAddress(const std::string& address) {
     try {
         return http::ReadEndpoint(address);
     } catch (const exc::CExc& failure) {
-        Refuse(std::string("it is written 's3:https://host[:port]/bucket': ") + failure.what());
+        RefuseLocation("s3:", std::string("it is written 's3:https://host[:port]/bucket': ") + failure.what());
     }
 }
 
@@ -33,7 +29,7 @@ std::string FirstOf(const environment_t& environment, std::initializer_list<cons
 std::string Required(const environment_t& environment, const char* name) {
     std::string value = environment(name);
     if (value.empty()) {
-        Refuse(std::string("the environment variable ") + name + " is not set");
+        RefuseLocation("s3:", std::string("the environment variable ") + name + " is not set");
     }
     return value;
 }
@@ -48,7 +44,7 @@ crypto::sec_bytes_t Keep(std::string secret) {
 SS3Location ReadS3Location(const std::string& address, const environment_t& environment) {
     const http::SEndpoint endpoint = ReadAddress(address);
     if (endpoint.path.empty()) {
-        Refuse("the bucket is missing: it is written 's3:https://host[:port]/bucket'");
+        RefuseLocation("s3:", "the bucket is missing: it is written 's3:https://host[:port]/bucket'");
     }
     const std::string path = endpoint.path.substr(1);
     const std::size_t slash = path.find('/');

@@ -10,6 +10,7 @@
 #include "common/exc.h"
 #include "common/posix.h"
 #include "tests/support/MemoryExtent.h"
+#include "tests/support/SizedPart.h"
 #include "tests/support/TempDir.h"
 
 namespace cloudbackuplib::backup::cache {
@@ -18,12 +19,6 @@ namespace {
 using testing::ElementsAre;
 
 constexpr unsigned long huge = 1UL << 60;
-
-SMetaLocationDescr Part(unsigned long size) {
-    SMetaLocationDescr part;
-    part.Size = size;
-    return part;
-}
 
 std::string Text(const cnt::array_t<char>& bytes) { return {bytes.begin(), bytes.end()}; }
 
@@ -91,7 +86,7 @@ TEST_F(StgMetaCacheLoad, ReadsTheFileOnceTheExtentIsGone) {
     extent.reset();
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(LoadAll(), "file");
-    parts_map_t parts{{1, Part(2)}};
+    parts_map_t parts{{1, test::SizedPart(2)}};
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 4U);
     EXPECT_EQ(Text(*parts.at(1).Data.Get()), "il");
 }
@@ -103,7 +98,7 @@ TEST_F(StgMetaCacheLoad, ReadsTheExtentOfTheLastReport) {
     Register(second);
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(LoadAll(), "the second");
-    parts_map_t parts{{4, Part(3)}};
+    parts_map_t parts{{4, test::SizedPart(3)}};
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 10U);
     EXPECT_EQ(Text(*parts.at(4).Data.Get()), "sec");
     EXPECT_TRUE(first->GetReads().empty());
@@ -124,13 +119,13 @@ TEST_F(StgMetaCacheLoad, TellsTheSizeThatTheWholeHasAfterTheReads) {
     extent->SetBytes(std::string(10, 'x'));
     Register(extent);
     cache_.SuspendForCheckpoint();
-    parts_map_t parts{{0, Part(1)}, {5, Part(5)}};
+    parts_map_t parts{{0, test::SizedPart(1)}, {5, test::SizedPart(5)}};
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 30U);
 }
 
 TEST_F(StgMetaCacheLoad, ReadsPartsOfTheFile) {
     WriteFile("0123456789");
-    parts_map_t parts{{0, Part(2)}, {4, Part(3)}, {9, Part(1)}};
+    parts_map_t parts{{0, test::SizedPart(2)}, {4, test::SizedPart(3)}, {9, test::SizedPart(1)}};
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 10U);
     EXPECT_EQ(Text(*parts.at(0).Data.Get()), "01");
@@ -141,7 +136,7 @@ TEST_F(StgMetaCacheLoad, ReadsPartsOfTheFile) {
 TEST_F(StgMetaCacheLoad, ReadsPartsOfTheExtentInTheirOrder) {
     const auto extent = std::make_shared<test::MemoryExtent>("0123456789");
     Register(extent);
-    parts_map_t parts{{7, Part(3)}, {0, Part(1)}};
+    parts_map_t parts{{7, test::SizedPart(3)}, {0, test::SizedPart(1)}};
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 10U);
     EXPECT_EQ(Text(*parts.at(0).Data.Get()), "0");
@@ -152,7 +147,7 @@ TEST_F(StgMetaCacheLoad, ReadsPartsOfTheExtentInTheirOrder) {
 
 TEST_F(StgMetaCacheLoad, ReplacesTheBytesThatAPartBringsAlong) {
     WriteFile("fresh");
-    parts_map_t parts{{0, Part(5)}};
+    parts_map_t parts{{0, test::SizedPart(5)}};
     parts.at(0).Data.Set(std::make_shared<cnt::array_t<char>>(5, 'o'));
     cache_.SuspendForCheckpoint();
     cache_.LoadParts(storage_, parts);
@@ -161,7 +156,7 @@ TEST_F(StgMetaCacheLoad, ReplacesTheBytesThatAPartBringsAlong) {
 
 TEST_F(StgMetaCacheLoad, AnEmptyPartIsReadAnywhere) {
     WriteFile("0123");
-    parts_map_t parts{{0, Part(0)}, {4, Part(0)}, {huge, Part(0)}};
+    parts_map_t parts{{0, test::SizedPart(0)}, {4, test::SizedPart(0)}, {huge, test::SizedPart(0)}};
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 4U);
     for (const auto& [offset, part] : parts) {
@@ -172,9 +167,9 @@ TEST_F(StgMetaCacheLoad, AnEmptyPartIsReadAnywhere) {
 TEST_F(StgMetaCacheLoad, APartThatIsNotWhollyInTheFileIsRefused) {
     WriteFile("0123456789");
     cache_.SuspendForCheckpoint();
-    parts_map_t behind{{0, Part(1)}, {8, Part(3)}};
+    parts_map_t behind{{0, test::SizedPart(1)}, {8, test::SizedPart(3)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, behind); }), Short(3, 8, fileSource_, 2));
-    parts_map_t beyond{{11, Part(1)}};
+    parts_map_t beyond{{11, test::SizedPart(1)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, beyond); }), Short(1, 11, fileSource_, 0));
 }
 
@@ -182,7 +177,7 @@ TEST_F(StgMetaCacheLoad, APartThatIsNotWhollyInTheExtentIsRefused) {
     const auto extent = std::make_shared<test::MemoryExtent>("0123456789");
     Register(extent);
     cache_.SuspendForCheckpoint();
-    parts_map_t parts{{8, Part(3)}};
+    parts_map_t parts{{8, test::SizedPart(3)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, parts); }), Short(3, 8, "the writer's extent", 2));
     EXPECT_TRUE(extent->GetReads().empty()) << "refused before anything is read";
 }
@@ -191,9 +186,9 @@ TEST_F(StgMetaCacheLoad, APartThatIsNotWhollyInTheExtentIsRefused) {
 TEST_F(StgMetaCacheLoad, AHugePartIsRefusedBeforeMemoryIsTakenForIt) {
     WriteFile("0123456789");
     cache_.SuspendForCheckpoint();
-    parts_map_t parts{{4, Part(huge)}};
+    parts_map_t parts{{4, test::SizedPart(huge)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, parts); }), Short(huge, 4, fileSource_, 6));
-    parts_map_t wrapping{{4, Part(~0UL)}};
+    parts_map_t wrapping{{4, test::SizedPart(~0UL)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, wrapping); }), Short(~0UL, 4, fileSource_, 6));
     cache_.Resume(false);
     const auto extent = std::make_shared<test::MemoryExtent>("0123456789");
@@ -208,7 +203,7 @@ TEST_F(StgMetaCacheLoad, AnExtentThatGivesFewerBytesThanItClaimsIsAFailure) {
     Register(extent);
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(MessageOf([&] { (void)cache_.Load(storage_); }), Short(12, 0, "the writer's extent", 10));
-    parts_map_t parts{{8, Part(4)}};
+    parts_map_t parts{{8, test::SizedPart(4)}};
     EXPECT_EQ(MessageOf([&] { cache_.LoadParts(storage_, parts); }), Short(4, 8, "the writer's extent", 2));
 }
 
@@ -217,7 +212,7 @@ TEST_F(StgMetaCacheLoad, MetadataAboveTheLimitIsRefusedWholeButNotInParts) {
     std::filesystem::resize_file(file_, 4'294'962'177UL);  // sparse
     cache_.SuspendForCheckpoint();
     EXPECT_EQ(MessageOf([&] { (void)cache_.Load(storage_); }), "Storage metadata size '4294962177' is too large");
-    parts_map_t parts{{0, Part(3)}, {4'294'962'175UL, Part(2)}};
+    parts_map_t parts{{0, test::SizedPart(3)}, {4'294'962'175UL, test::SizedPart(2)}};
     EXPECT_EQ(cache_.LoadParts(storage_, parts), 4'294'962'177UL);
     EXPECT_EQ(Text(*parts.at(4'294'962'175UL).Data.Get()), std::string(2, '\0'));
 }
@@ -241,7 +236,7 @@ TEST_F(StgMetaCacheLoad, FailuresOfTheExtentPassUnchanged) {
     const auto extent = std::make_shared<FailingExtent>();
     Register(extent);
     cache_.SuspendForCheckpoint();
-    parts_map_t parts{{0, Part(1)}};
+    parts_map_t parts{{0, test::SizedPart(1)}};
     EXPECT_THROW((void)cache_.Load(storage_), std::out_of_range);
     EXPECT_THROW(cache_.LoadParts(storage_, parts), std::out_of_range);
 }

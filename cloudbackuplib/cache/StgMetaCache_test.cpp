@@ -7,6 +7,7 @@
 
 #include "common/exc.h"
 #include "tests/support/MemoryExtent.h"
+#include "tests/support/SizedPart.h"
 
 namespace cloudbackuplib::backup::cache {
 namespace {
@@ -25,13 +26,6 @@ std::string MessageOf(const std::function<void()>& operation) {
         return failure.what();
     }
     return "no exception";
-}
-
-SMetaLocationDescr Part(unsigned long size, bool skip = false) {
-    SMetaLocationDescr part;
-    part.Size = size;
-    part.SkipUnlessUpdated = skip;
-    return part;
 }
 
 TEST(StgMetaCache, PutIsFoundWithPathAndVersion) {
@@ -69,7 +63,7 @@ TEST(StgMetaCache, PutResetsExtentPartsAndHeaderSizeOfAnExistingRecord) {
     CStgMetaCache cache;
     const auto extent = std::make_shared<test::MemoryExtent>("bytes");
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, extent, {{4, Part(1)}}, {{4, Part(1)}}, 4);
+    cache.Update(storageA, 2, extent, {{4, test::SizedPart(1)}}, {{4, test::SizedPart(1)}}, 4);
     cache.Put(storageA, "/local/b", 3);
     EXPECT_THAT(cache.EnumUpdates(), IsEmpty());
     const auto descriptor = cache.GetMetadataDescriptor(storageA);
@@ -93,14 +87,16 @@ TEST(StgMetaCache, OnlyUpdatedStoragesAreEnumerated) {
 TEST(StgMetaCache, TheFirstReportOfAPartIsKeptAndTheLastHeaderSize) {
     CStgMetaCache cache;
     const auto data = std::make_shared<cnt::array_t<char>>(3, 'd');
-    SMetaLocationDescr first = Part(3, true);
+    SMetaLocationDescr first = test::SizedPart(3, true);
     first.Data.Set(data);
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, nullptr, {{8, first}}, {{8, first}, {16, Part(4)}}, 8);
-    cache.Update(storageA, 3, nullptr, {{8, Part(5)}, {24, Part(1)}}, {{8, Part(5)}, {24, Part(1, true)}}, 0);
+    cache.Update(storageA, 2, nullptr, {{8, first}}, {{8, first}, {16, test::SizedPart(4)}}, 8);
+    cache.Update(storageA, 3, nullptr, {{8, test::SizedPart(5)}, {24, test::SizedPart(1)}},
+                 {{8, test::SizedPart(5)}, {24, test::SizedPart(1, true)}}, 0);
     const auto descriptor = cache.GetMetadataDescriptor(storageA);
-    EXPECT_THAT(descriptor.UpdatedParts, ElementsAre(Pair(8UL, first), Pair(24UL, Part(1))));
-    EXPECT_THAT(descriptor.MetaParts, ElementsAre(Pair(8UL, first), Pair(16UL, Part(4)), Pair(24UL, Part(1, true))));
+    EXPECT_THAT(descriptor.UpdatedParts, ElementsAre(Pair(8UL, first), Pair(24UL, test::SizedPart(1))));
+    EXPECT_THAT(descriptor.MetaParts,
+                ElementsAre(Pair(8UL, first), Pair(16UL, test::SizedPart(4)), Pair(24UL, test::SizedPart(1, true))));
     EXPECT_EQ(descriptor.UpdatedParts.at(8).Data.Get(), data) << "the buffer is shared, not copied";
     EXPECT_EQ(descriptor.HeaderSize, 0U);
 }
@@ -108,20 +104,21 @@ TEST(StgMetaCache, TheFirstReportOfAPartIsKeptAndTheLastHeaderSize) {
 TEST(StgMetaCache, TheLastReportedLayoutIsKeptBesideTheMergedOne) {
     CStgMetaCache cache;
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, nullptr, {}, {{0, Part(8)}, {8, Part(3)}, {16, Part(4)}}, 8);
+    cache.Update(storageA, 2, nullptr, {}, {{0, test::SizedPart(8)}, {8, test::SizedPart(3)}, {16, test::SizedPart(4)}},
+                 8);
     EXPECT_FALSE(cache.GetReportedLayout(storageA).Resized);
-    cache.Update(storageA, 3, nullptr, {}, {{0, Part(9)}, {8, Part(3)}}, 9);
+    cache.Update(storageA, 3, nullptr, {}, {{0, test::SizedPart(9)}, {8, test::SizedPart(3)}}, 9);
     auto reported = cache.GetReportedLayout(storageA);
-    EXPECT_THAT(reported.MetaParts, ElementsAre(Pair(0UL, Part(9)), Pair(8UL, Part(3))));
+    EXPECT_THAT(reported.MetaParts, ElementsAre(Pair(0UL, test::SizedPart(9)), Pair(8UL, test::SizedPart(3))));
     EXPECT_EQ(reported.HeaderSize, 9U);
     EXPECT_FALSE(reported.Resized) << "the header's size is no part's";
-    cache.Update(storageA, 4, nullptr, {}, {{8, Part(5)}}, 8);
+    cache.Update(storageA, 4, nullptr, {}, {{8, test::SizedPart(5)}}, 8);
     EXPECT_TRUE(cache.GetReportedLayout(storageA).Resized);
-    cache.Update(storageA, 5, nullptr, {}, {{8, Part(3)}}, 8);
+    cache.Update(storageA, 5, nullptr, {}, {{8, test::SizedPart(3)}}, 8);
     EXPECT_TRUE(cache.GetReportedLayout(storageA).Resized) << "it has been resized in between";
     cache.Update(storageA, 5, nullptr, {}, {}, 0);
     reported = cache.GetReportedLayout(storageA);
-    EXPECT_THAT(reported.MetaParts, ElementsAre(Pair(8UL, Part(3)))) << "a registration reports no layout";
+    EXPECT_THAT(reported.MetaParts, ElementsAre(Pair(8UL, test::SizedPart(3)))) << "a registration reports no layout";
     EXPECT_EQ(reported.HeaderSize, 8U);
 }
 
@@ -158,12 +155,12 @@ TEST(StgMetaCache, NormalModeRefusesReadingAndResuming) {
 TEST(StgMetaCache, SuspendedModeRefusesChangesAndStaysAsItWas) {
     CStgMetaCache cache;
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, nullptr, {{8, Part(1)}}, {}, 8);
+    cache.Update(storageA, 2, nullptr, {{8, test::SizedPart(1)}}, {}, 8);
     cache.SuspendForCheckpoint();
     const std::string refusal = "Storage cache is suspended for checkpoint";
     EXPECT_EQ(MessageOf([&] { cache.Put(storageA, "/local/b", 9); }), refusal);
     EXPECT_EQ(MessageOf([&] { cache.Pop(storageA); }), refusal);
-    EXPECT_EQ(MessageOf([&] { cache.Update(storageA, 9, nullptr, {{16, Part(1)}}, {}, 9); }), refusal);
+    EXPECT_EQ(MessageOf([&] { cache.Update(storageA, 9, nullptr, {{16, test::SizedPart(1)}}, {}, 9); }), refusal);
     EXPECT_EQ(MessageOf([&] { cache.Relocate(storageA, 2, "/local/b", true); }), refusal);
     EXPECT_EQ(MessageOf([&] { cache.SuspendForCheckpoint(); }), refusal);
     EXPECT_EQ(MessageOf([&] { cache.CheckNotSuspended(); }), refusal);
@@ -174,7 +171,7 @@ TEST(StgMetaCache, SuspendedModeRefusesChangesAndStaysAsItWas) {
     EXPECT_TRUE(cache.Find(storageA, path, version));
     EXPECT_EQ(path, "/local/a");
     EXPECT_THAT(cache.EnumUpdates(), ElementsAre(Pair(storageA, 2UL)));
-    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).UpdatedParts, ElementsAre(Pair(8UL, Part(1))));
+    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).UpdatedParts, ElementsAre(Pair(8UL, test::SizedPart(1))));
     EXPECT_EQ(cache.GetMetadataDescriptor(storageA).HeaderSize, 8U);
 }
 
@@ -207,7 +204,7 @@ TEST(StgMetaCache, EveryModeAnswersQueries) {
 TEST(StgMetaCache, ResumeKeepsTheChangeSetOrStartsAFreshOne) {
     CStgMetaCache cache;
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, nullptr, {{8, Part(1)}}, {{8, Part(1)}}, 8);
+    cache.Update(storageA, 2, nullptr, {{8, test::SizedPart(1)}}, {{8, test::SizedPart(1)}}, 8);
     cache.SuspendForCheckpoint();
     cache.Resume(false);
     EXPECT_THAT(cache.EnumUpdates(), ElementsAre(Pair(storageA, 2UL)));
@@ -215,25 +212,27 @@ TEST(StgMetaCache, ResumeKeepsTheChangeSetOrStartsAFreshOne) {
     cache.Resume(true);
     EXPECT_THAT(cache.EnumUpdates(), IsEmpty());
     const auto descriptor = cache.GetMetadataDescriptor(storageA);
-    EXPECT_THAT(descriptor.UpdatedParts, ElementsAre(Pair(8UL, Part(1)))) << "only a new Put empties the parts";
-    EXPECT_THAT(descriptor.MetaParts, ElementsAre(Pair(8UL, Part(1))));
+    EXPECT_THAT(descriptor.UpdatedParts, ElementsAre(Pair(8UL, test::SizedPart(1))))
+        << "only a new Put empties the parts";
+    EXPECT_THAT(descriptor.MetaParts, ElementsAre(Pair(8UL, test::SizedPart(1))));
     EXPECT_EQ(descriptor.HeaderSize, 8U);
 }
 
 TEST(StgMetaCache, RelocateKeepsTheChangesOrDropsThem) {
     CStgMetaCache cache;
     cache.Put(storageA, "/local/a", 1);
-    cache.Update(storageA, 2, std::make_shared<test::MemoryExtent>(), {{8, Part(1)}}, {{8, Part(1)}}, 8);
+    cache.Update(storageA, 2, std::make_shared<test::MemoryExtent>(), {{8, test::SizedPart(1)}},
+                 {{8, test::SizedPart(1)}}, 8);
     EXPECT_TRUE(cache.Relocate(storageA, 2, "/local/b", true));
     std::string path;
     unsigned long version = 0;
     EXPECT_TRUE(cache.Find(storageA, path, version));
     EXPECT_EQ(path, "/local/b");
     EXPECT_THAT(cache.EnumUpdates(), ElementsAre(Pair(storageA, 2UL)));
-    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).MetaParts, ElementsAre(Pair(8UL, Part(1))));
-    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).UpdatedParts, ElementsAre(Pair(8UL, Part(1))));
+    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).MetaParts, ElementsAre(Pair(8UL, test::SizedPart(1))));
+    EXPECT_THAT(cache.GetMetadataDescriptor(storageA).UpdatedParts, ElementsAre(Pair(8UL, test::SizedPart(1))));
     EXPECT_EQ(cache.GetMetadataDescriptor(storageA).HeaderSize, 8U);
-    EXPECT_THAT(cache.GetReportedLayout(storageA).MetaParts, ElementsAre(Pair(8UL, Part(1))));
+    EXPECT_THAT(cache.GetReportedLayout(storageA).MetaParts, ElementsAre(Pair(8UL, test::SizedPart(1))));
 
     EXPECT_TRUE(cache.Relocate(storageA, 2, "/local/c", false));
     EXPECT_THAT(cache.EnumUpdates(), IsEmpty());

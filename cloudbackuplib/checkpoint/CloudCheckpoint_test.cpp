@@ -22,7 +22,7 @@ using test_texts::Text;
 constexpr auto compatible = DxrContentFeature::compatible;
 constexpr auto longTerm = DxrContentFeature::longTerm;
 
-std::string FailureText(const std::string& text, DxrContentFeature feature) {
+std::string CheckpointFailure(const std::string& text, DxrContentFeature feature) {
     return test::FailureOf([&](const std::string& t) { static_cast<void>(Read(t, feature)); }, text).value_or("");
 }
 
@@ -162,8 +162,8 @@ TEST(CloudCheckpoint, HasNoFlagsWithoutLongTermContent) {
         "</Checkpoint>\n";
     EXPECT_EQ(Text(checkpoint, compatible), expected);
     EXPECT_EQ(Text(checkpoint, longTerm), expected);
-    EXPECT_EQ(FailureText(expected, longTerm), "Cannot find required node: DxrLongTerm");
-    EXPECT_EQ(FailureText(expected, compatible), "");
+    EXPECT_EQ(CheckpointFailure(expected, longTerm), "Cannot find required node: DxrLongTerm");
+    EXPECT_EQ(CheckpointFailure(expected, compatible), "");
 }
 
 TEST(CloudCheckpoint, DoesNotWriteAnOwnerWithoutId) {
@@ -200,27 +200,28 @@ TEST(CloudCheckpoint, AcceptsItsFormatVersions) {
     EXPECT_EQ(Read(withVersion("2"), compatible)->GetFormatVersion(), 2);
     EXPECT_EQ(Read(withVersion("-1"), compatible)->GetFormatVersion(), -1);
     EXPECT_EQ(Read(withVersion("-2147483648"), compatible)->GetFormatVersion(), -2147483647 - 1);
-    EXPECT_EQ(FailureText(withVersion("3"), compatible), "Unsupported cloud backup version: [3]");
-    EXPECT_EQ(FailureText(withVersion("2147483647"), longTerm), "Unsupported cloud backup version: [2147483647]");
-    EXPECT_EQ(FailureText(withVersion("0"), compatible), "Unsupported cloud backup version: [0]");
-    EXPECT_EQ(FailureText(withVersion("-0"), compatible), "Unsupported cloud backup version: [0]");
+    EXPECT_EQ(CheckpointFailure(withVersion("3"), compatible), "Unsupported cloud backup version: [3]");
+    EXPECT_EQ(CheckpointFailure(withVersion("2147483647"), longTerm), "Unsupported cloud backup version: [2147483647]");
+    EXPECT_EQ(CheckpointFailure(withVersion("0"), compatible), "Unsupported cloud backup version: [0]");
+    EXPECT_EQ(CheckpointFailure(withVersion("-0"), compatible), "Unsupported cloud backup version: [0]");
 }
 
 TEST(CloudCheckpoint, CountsAMissingFormatVersionAsZero) {
-    EXPECT_EQ(FailureText(Replace(fullCompatible, " FormatVersion=\"2\"", ""), compatible),
+    EXPECT_EQ(CheckpointFailure(Replace(fullCompatible, " FormatVersion=\"2\"", ""), compatible),
               "Unsupported cloud backup version: [0]");
 }
 
 TEST(CloudCheckpoint, LooksAtTheFormatVersionFirst) {
-    EXPECT_EQ(FailureText("<Checkpoint/>", compatible), "Unsupported cloud backup version: [0]");
-    EXPECT_EQ(FailureText("<Checkpoint FormatVersion=\"2\"/>", compatible),
+    EXPECT_EQ(CheckpointFailure("<Checkpoint/>", compatible), "Unsupported cloud backup version: [0]");
+    EXPECT_EQ(CheckpointFailure("<Checkpoint FormatVersion=\"2\"/>", compatible),
               "Cannot find required attribute 'Id' of node 'Checkpoint'");
-    EXPECT_EQ(FailureText("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Owner/></Checkpoint>", longTerm),
+    EXPECT_EQ(CheckpointFailure("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Owner/></Checkpoint>", longTerm),
               "Cannot find required attribute 'Id' of node 'Owner'");
-    EXPECT_EQ(FailureText("<Checkpoint FormatVersion=\"2\" Id=\"1\"/>", longTerm), "Cannot find required node: Dxr");
-    EXPECT_EQ(FailureText("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Dxr/><Stg/></Checkpoint>", longTerm),
+    EXPECT_EQ(CheckpointFailure("<Checkpoint FormatVersion=\"2\" Id=\"1\"/>", longTerm),
+              "Cannot find required node: Dxr");
+    EXPECT_EQ(CheckpointFailure("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Dxr/><Stg/></Checkpoint>", longTerm),
               "Cannot find required node: DxrLongTerm");
-    EXPECT_EQ(FailureText("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Dxr/><Stg/></Checkpoint>", compatible),
+    EXPECT_EQ(CheckpointFailure("<Checkpoint FormatVersion=\"2\" Id=\"1\"><Dxr/><Stg/></Checkpoint>", compatible),
               "Cannot find required attribute 'StorageId' of node 'Stg'");
 }
 

@@ -43,7 +43,7 @@ CCloudStorageDescriptor ReadStorage(const std::string& text) {
     return CCloudStorageDescriptor::Deserialize(xml::TiXmlGetChildExc(xml::TiXmlParseExc(text), "Stg"));
 }
 
-std::string FailureText(const std::string& text) {
+std::string StorageFailure(const std::string& text) {
     return test::FailureOf([](const std::string& t) { static_cast<void>(ReadStorage(t)); }, text).value_or("");
 }
 
@@ -155,7 +155,7 @@ TEST(CloudStorageDescriptor, CarriesTheLargestNumbers) {
 TEST(CloudStorageDescriptor, ReadsTheAttributesOfAPartInAFixedOrder) {
     const auto failure = [](const std::string& attributes) {
         std::string text = fullText;
-        return FailureText(text.replace(text.find("</Stg>"), 0, "<MetaPart" + attributes + "/>"));
+        return StorageFailure(text.replace(text.find("</Stg>"), 0, "<MetaPart" + attributes + "/>"));
     };
     EXPECT_EQ(failure(""), "Cannot find required attribute 'FilePath' of node 'MetaPart'");
     EXPECT_EQ(failure(" FilePath=\"\""), "Cannot find required attribute 'Offset' of node 'MetaPart'");
@@ -164,14 +164,14 @@ TEST(CloudStorageDescriptor, ReadsTheAttributesOfAPartInAFixedOrder) {
 }
 
 TEST(CloudStorageDescriptor, ReadsItsAttributesInAFixedOrder) {
-    EXPECT_EQ(FailureText("<Stg/>"), "Cannot find required attribute 'StorageId' of node 'Stg'");
+    EXPECT_EQ(StorageFailure("<Stg/>"), "Cannot find required attribute 'StorageId' of node 'Stg'");
     const std::string withId = "<Stg StorageId=\"0123abcd-4567-89ab-cdef-0123456789ab\"";
-    EXPECT_EQ(FailureText(withId + "/>"), "Cannot find required attribute 'MetaVersion' of node 'Stg'");
-    EXPECT_EQ(FailureText(withId + " MetaVersion=\"1\"/>"),
+    EXPECT_EQ(StorageFailure(withId + "/>"), "Cannot find required attribute 'MetaVersion' of node 'Stg'");
+    EXPECT_EQ(StorageFailure(withId + " MetaVersion=\"1\"/>"),
               "Cannot find required attribute 'MetaFileSize' of node 'Stg'");
-    EXPECT_EQ(FailureText(withId + " MetaVersion=\"1\" MetaFileSize=\"1\"/>"),
+    EXPECT_EQ(StorageFailure(withId + " MetaVersion=\"1\" MetaFileSize=\"1\"/>"),
               "Cannot find required attribute 'FileName' of node 'Stg'");
-    EXPECT_EQ(FailureText(withId + " MetaVersion=\"1\" MetaFileSize=\"1\" FileName=\"\"/>"), "");
+    EXPECT_EQ(StorageFailure(withId + " MetaVersion=\"1\" MetaFileSize=\"1\" FileName=\"\"/>"), "");
 }
 
 }  // namespace

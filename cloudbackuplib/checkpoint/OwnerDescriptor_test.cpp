@@ -16,7 +16,7 @@ COwnerDescriptor ReadOwner(const std::string& text) {
     return COwnerDescriptor::Deserialize(xml::TiXmlGetChildExc(xml::TiXmlParseExc(text), "Owner"));
 }
 
-std::string FailureText(const std::string& text) {
+std::string OwnerFailure(const std::string& text) {
     return test::FailureOf([](const std::string& t) { static_cast<void>(ReadOwner(t)); }, text).value_or("");
 }
 
@@ -57,24 +57,24 @@ TEST(OwnerDescriptor, IsReadBack) {
 
 TEST(OwnerDescriptor, IsRefusedWithoutAnAttribute) {
     for (const auto& place : test::FindAttributes(ownerText)) {
-        EXPECT_EQ(FailureText(test::Without(ownerText, place)),
+        EXPECT_EQ(OwnerFailure(test::Without(ownerText, place)),
                   "Cannot find required attribute '" + place.name + "' of node 'Owner'");
     }
     EXPECT_EQ(test::FindAttributes(ownerText).size(), 3U);
 }
 
 TEST(OwnerDescriptor, IsRefusedWithABadId) {
-    EXPECT_EQ(FailureText("<Owner Id=\"me\" Type=\"\" Description=\"\"/>"),
+    EXPECT_EQ(OwnerFailure("<Owner Id=\"me\" Type=\"\" Description=\"\"/>"),
               "Attribute 'Id' of node 'Owner' is not a GUID: 'me'");
-    EXPECT_EQ(FailureText("<Owner Id=\"\" Type=\"\" Description=\"\"/>"),
+    EXPECT_EQ(OwnerFailure("<Owner Id=\"\" Type=\"\" Description=\"\"/>"),
               "Attribute 'Id' of node 'Owner' is not a GUID: ''");
 }
 
 TEST(OwnerDescriptor, ReadsItsAttributesInAFixedOrder) {
-    EXPECT_EQ(FailureText("<Owner/>"), "Cannot find required attribute 'Id' of node 'Owner'");
-    EXPECT_EQ(FailureText("<Owner Description=\"\"/>"), "Cannot find required attribute 'Id' of node 'Owner'");
-    EXPECT_EQ(FailureText("<Owner Id=\"me\"/>"), "Cannot find required attribute 'Type' of node 'Owner'");
-    EXPECT_EQ(FailureText("<Owner Id=\"me\" Type=\"\"/>"),
+    EXPECT_EQ(OwnerFailure("<Owner/>"), "Cannot find required attribute 'Id' of node 'Owner'");
+    EXPECT_EQ(OwnerFailure("<Owner Description=\"\"/>"), "Cannot find required attribute 'Id' of node 'Owner'");
+    EXPECT_EQ(OwnerFailure("<Owner Id=\"me\"/>"), "Cannot find required attribute 'Type' of node 'Owner'");
+    EXPECT_EQ(OwnerFailure("<Owner Id=\"me\" Type=\"\"/>"),
               "Cannot find required attribute 'Description' of node 'Owner'");
 }
 

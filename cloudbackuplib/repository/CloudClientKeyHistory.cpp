@@ -12,7 +12,7 @@ namespace cloudbackuplib::backup {
 
 namespace {
 
-constexpr const char* keyNode = "HistoricalKey";
+constexpr const char* historicalKeyNode = "HistoricalKey";
 
 /// Who has `newer` can get at `older`: that one's material is there, or wrapped under the newer one's.
 bool Continues(const crypto::CKeySet& newer, const crypto::CKeySet& older) {
@@ -23,7 +23,7 @@ bool Continues(const crypto::CKeySet& newer, const crypto::CKeySet& older) {
 }
 
 void SerializeKey(xml::xml_holder_t& parent, const crypto::CKeySet& key) {
-    xml::xml_holder_t node = xml::TiXmlCreateChild(parent, keyNode);
+    xml::xml_holder_t node = xml::TiXmlCreateChild(parent, historicalKeyNode);
     xml::TiXmlSetStrAttr(node, "Hint", util::WideToUtf8(key.GetHint()));
     io::mem_stream_tt<crypto::sec_allocator_t<char>> stream;
     key.Serial(stream);
@@ -35,7 +35,7 @@ CCloudClientKeyHistory::key_ptr DeserializeKey(const xml::xml_holder_t& node) {
     try {
         return crypto::CKeySet::Unserial(bytes);
     } catch (const std::exception& e) {
-        exc::RegenTraceExc(e, "Attribute 'Value' of node '%1' is not a key set", keyNode);
+        exc::RegenTraceExc(e, "Attribute 'Value' of node '%1' is not a key set", historicalKeyNode);
     }
 }
 
@@ -62,7 +62,7 @@ void CCloudClientKeyHistory::Serialize(xml::xml_holder_t& element) const {
 std::shared_ptr<CCloudClientKeyHistory> CCloudClientKeyHistory::Deserialize(const xml::xml_holder_t& element) {
     auto history = CreateEmpty();
     for (const auto& child : xml::TiXmlGetChildren(element)) {
-        if (xml::TiXmlGetNodeName(child) == keyNode) {
+        if (xml::TiXmlGetNodeName(child) == historicalKeyNode) {
             history->keys_.push_back(DeserializeKey(child));
         }
     }

@@ -43,7 +43,7 @@ std::vector<key_ptr> ReadKeys(const std::string& text) {
         ->GetKeys();
 }
 
-std::string FailureText(const std::string& text) {
+std::string KeysFailure(const std::string& text) {
     return test::FailureOf([](const std::string& t) { static_cast<void>(ReadKeys(t)); }, text).value_or("");
 }
 
@@ -173,11 +173,11 @@ TEST(CloudClientKeyHistory, DoesNotJudgeTheChainItReads) {
 }
 
 std::string WithValue(const std::string& value) {
-    return FailureText("<ClientKeyHistory><HistoricalKey Value=\"" + value + "\"/></ClientKeyHistory>");
+    return KeysFailure("<ClientKeyHistory><HistoricalKey Value=\"" + value + "\"/></ClientKeyHistory>");
 }
 
 TEST(CloudClientKeyHistory, NamesAMissingOrBadValue) {
-    EXPECT_EQ(FailureText("<ClientKeyHistory><HistoricalKey Hint=\"\"/></ClientKeyHistory>"),
+    EXPECT_EQ(KeysFailure("<ClientKeyHistory><HistoricalKey Hint=\"\"/></ClientKeyHistory>"),
               "Cannot find required attribute 'Value' of node 'HistoricalKey'");
     for (const char* value : {"no base64", "-1", "Q0JLU", "99999999999999999999="}) {
         EXPECT_EQ(WithValue(value), "Attribute 'Value' of node 'HistoricalKey' is not base64") << value;
@@ -206,11 +206,11 @@ TEST(CloudClientKeyHistory, RefusesEveryCutOfAValue) {
 TEST(CloudClientKeyHistory, RefusesADamagedDocument) {
     const std::string text = TwoKeysText();
     for (std::size_t size = 0; size + 1 < text.size(); ++size) {
-        EXPECT_EQ(FailureText(text.substr(0, size)).find("Invalid XML document: "), 0U) << size;
+        EXPECT_EQ(KeysFailure(text.substr(0, size)).find("Invalid XML document: "), 0U) << size;
     }
     for (const auto& place : test::FindAttributes(text)) {
-        EXPECT_EQ(FailureText(test::Doubled(text, place)).find("Invalid XML document: "), 0U);
-        EXPECT_EQ(FailureText(test::WithValue(text, place, "\xFF")).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(KeysFailure(test::Doubled(text, place)).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(KeysFailure(test::WithValue(text, place, "\xFF")).find("Invalid XML document: "), 0U);
     }
 }
 

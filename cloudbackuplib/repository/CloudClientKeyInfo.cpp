@@ -8,7 +8,7 @@ namespace cloudbackuplib::backup {
 
 namespace {
 
-constexpr const char* keyNode = "EncryptionKey";
+constexpr const char* encryptionKeyNode = "EncryptionKey";
 
 /// An empty text, as a missing one, stands for a key without an id. What is no id is not quoted: in a damaged document
 /// it may be the salt.
@@ -20,7 +20,7 @@ std::shared_ptr<crypto::CKeySetId> DeserializeId(const xml::xml_holder_t& node) 
     try {
         return std::make_shared<crypto::CKeySetId>(crypto::SRawKeySetId::FromStr(text));
     } catch (const std::exception&) {
-        throw exc::CRuntimeExc("Attribute 'Id' of node '%1' is not a key set id", keyNode);
+        throw exc::CRuntimeExc("Attribute 'Id' of node '%1' is not a key set id", encryptionKeyNode);
     }
 }
 
@@ -35,7 +35,7 @@ void CCloudClientKeyInfo::Serialize(xml::xml_holder_t& element) const {
         return;
     }
     const SCloudRepoEncryptionKeyInfo& key = keyInfo_.Get();
-    xml::xml_holder_t node = xml::TiXmlCreateChild(element, keyNode);
+    xml::xml_holder_t node = xml::TiXmlCreateChild(element, encryptionKeyNode);
     if (key.keySetId) {
         xml::TiXmlSetStrAttr(node, "Id", key.keySetId->GetRaw().ToAStr());
     }
@@ -45,7 +45,7 @@ void CCloudClientKeyInfo::Serialize(xml::xml_holder_t& element) const {
 
 std::shared_ptr<CCloudClientKeyInfo> CCloudClientKeyInfo::Deserialize(const xml::xml_holder_t& element) {
     auto info = CreateEmpty();
-    if (const auto node = xml::TiXmlGetChildSafe(element, keyNode)) {
+    if (const auto node = xml::TiXmlGetChildSafe(element, encryptionKeyNode)) {
         SCloudRepoEncryptionKeyInfo key;
         key.keySetId = DeserializeId(*node);
         key.salt = std::make_shared<crypto::sec_bytes_t>(GetSecretAttrExc(*node, "Salt"));

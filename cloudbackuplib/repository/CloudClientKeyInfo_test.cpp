@@ -40,7 +40,7 @@ COptionalParameter<SCloudRepoEncryptionKeyInfo> ReadKey(const std::string& docum
     return CCloudClientKeyInfo::Deserialize(xml::TiXmlParseExc(document))->GetKeyInfo();
 }
 
-std::string FailureText(const std::string& document) {
+std::string KeyFailure(const std::string& document) {
     return test::FailureOf([](const std::string& t) { static_cast<void>(ReadKey(t)); }, document).value_or("");
 }
 
@@ -95,18 +95,18 @@ TEST(CloudClientKeyInfo, MayHaveAnEmptySaltAndHint) {
 TEST(CloudClientKeyInfo, NamesAMissingAttribute) {
     for (const auto& place : test::FindAttributes(text)) {
         EXPECT_EQ(
-            FailureText(test::Without(text, place)),
+            KeyFailure(test::Without(text, place)),
             place.name == "Id" ? "" : "Cannot find required attribute '" + place.name + "' of node 'EncryptionKey'");
     }
-    EXPECT_EQ(FailureText("<EncryptionKey/>"), "Cannot find required attribute 'Salt' of node 'EncryptionKey'");
-    EXPECT_EQ(FailureText("<EncryptionKey Id=\"x\"/>"), "Attribute 'Id' of node 'EncryptionKey' is not a key set id");
+    EXPECT_EQ(KeyFailure("<EncryptionKey/>"), "Cannot find required attribute 'Salt' of node 'EncryptionKey'");
+    EXPECT_EQ(KeyFailure("<EncryptionKey Id=\"x\"/>"), "Attribute 'Id' of node 'EncryptionKey' is not a key set id");
 }
 
 TEST(CloudClientKeyInfo, NamesABadIdWithoutQuotingIt) {
     const auto place = test::FindAttributes(text)[0];
     for (const std::string& value :
          {std::string("-1"), std::string("x"), std::string(31, 'a'), std::string(33, 'a'), std::string(1000, '9')}) {
-        EXPECT_EQ(FailureText(test::WithValue(text, place, value)),
+        EXPECT_EQ(KeyFailure(test::WithValue(text, place, value)),
                   "Attribute 'Id' of node 'EncryptionKey' is not a key set id");
     }
 }
@@ -114,7 +114,7 @@ TEST(CloudClientKeyInfo, NamesABadIdWithoutQuotingIt) {
 TEST(CloudClientKeyInfo, NamesABadSaltWithoutQuotingIt) {
     const auto place = test::FindAttributes(text)[2];
     for (const std::string value : {"c2FsdA=", "c2FsdA", "secret!!", "-1", "====", " c2FsdA==", "c2FsdA==\n"}) {
-        EXPECT_EQ(FailureText(test::WithValue(text, place, value)),
+        EXPECT_EQ(KeyFailure(test::WithValue(text, place, value)),
                   "Attribute 'Salt' of node 'EncryptionKey' is not base64")
             << value;
     }
@@ -122,11 +122,11 @@ TEST(CloudClientKeyInfo, NamesABadSaltWithoutQuotingIt) {
 
 TEST(CloudClientKeyInfo, RefusesADamagedDocument) {
     for (std::size_t size = 0; size + 1 < text.size(); ++size) {
-        EXPECT_EQ(FailureText(text.substr(0, size)).find("Invalid XML document: "), 0U) << size;
+        EXPECT_EQ(KeyFailure(text.substr(0, size)).find("Invalid XML document: "), 0U) << size;
     }
     for (const auto& place : test::FindAttributes(text)) {
-        EXPECT_EQ(FailureText(test::Doubled(text, place)).find("Invalid XML document: "), 0U);
-        EXPECT_EQ(FailureText(test::WithValue(text, place, "\xFF")).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(KeyFailure(test::Doubled(text, place)).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(KeyFailure(test::WithValue(text, place, "\xFF")).find("Invalid XML document: "), 0U);
     }
 }
 

@@ -8,13 +8,14 @@ namespace cloudbackuplib::backup {
 namespace {
 
 const guid::guid_t id = guid::guid_t::FromStr("0123abcd-4567-89ab-cdef-0123456789ab");
-const std::string text = "<Repository Id=\"0123abcd-4567-89ab-cdef-0123456789ab\" DisplayName=\"Team &amp; Co\" />\n";
+const std::string descriptionText =
+    "<Repository Id=\"0123abcd-4567-89ab-cdef-0123456789ab\" DisplayName=\"Team &amp; Co\" />\n";
 
 SCloudRepositoryDescription ReadDescription(const std::string& document) {
     return SCloudRepositoryDescription::Deserialize(xml::TiXmlGetChildExc(xml::TiXmlParseExc(document), "Repository"));
 }
 
-std::string FailureText(const std::string& document) {
+std::string DescriptionFailure(const std::string& document) {
     return test::FailureOf([](const std::string& t) { static_cast<void>(ReadDescription(t)); }, document).value_or("");
 }
 
@@ -41,40 +42,41 @@ TEST(CloudRepositoryDescription, IsWrittenInItsOrder) {
     xml::xml_holder_t document = xml::TiXmlCreateDocument();
     xml::xml_holder_t node = xml::TiXmlCreateChild(document, "Repository");
     SCloudRepositoryDescription{id, "Team & Co"}.Serialize(node);
-    EXPECT_EQ(xml::TiXmlToStr(document), text);
+    EXPECT_EQ(xml::TiXmlToStr(document), descriptionText);
 }
 
 TEST(CloudRepositoryDescription, IsReadBack) {
-    const SCloudRepositoryDescription description = ReadDescription(text);
+    const SCloudRepositoryDescription description = ReadDescription(descriptionText);
     EXPECT_EQ(description.id, id);
     EXPECT_EQ(description.displayName, "Team & Co");
 }
 
 TEST(CloudRepositoryDescription, IsRefusedWithoutAnAttribute) {
-    EXPECT_EQ(FailureText("<Repository/>"), "Cannot find required attribute 'Id' of node 'Repository'");
-    for (const auto& place : test::FindAttributes(text)) {
-        EXPECT_EQ(FailureText(test::Without(text, place)),
+    EXPECT_EQ(DescriptionFailure("<Repository/>"), "Cannot find required attribute 'Id' of node 'Repository'");
+    for (const auto& place : test::FindAttributes(descriptionText)) {
+        EXPECT_EQ(DescriptionFailure(test::Without(descriptionText, place)),
                   "Cannot find required attribute '" + place.name + "' of node 'Repository'");
-        EXPECT_EQ(FailureText(test::Doubled(text, place)).find("Invalid XML document: "), 0U);
-        EXPECT_EQ(FailureText(test::WithValue(text, place, "\xFF")).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(DescriptionFailure(test::Doubled(descriptionText, place)).find("Invalid XML document: "), 0U);
+        EXPECT_EQ(DescriptionFailure(test::WithValue(descriptionText, place, "\xFF")).find("Invalid XML document: "),
+                  0U);
     }
 }
 
 TEST(CloudRepositoryDescription, IsRefusedWithABadId) {
     for (const std::string value : {"", "x", "-1", "99999999999999999999"}) {
-        EXPECT_EQ(FailureText(test::WithValue(text, test::FindAttributes(text)[0], value)),
+        EXPECT_EQ(DescriptionFailure(test::WithValue(descriptionText, test::FindAttributes(descriptionText)[0], value)),
                   "Attribute 'Id' of node 'Repository' is not a GUID: '" + value + "'");
     }
 }
 
 TEST(CloudRepositoryDescription, IsRefusedInEveryCut) {
-    for (std::size_t size = 0; size + 1 < text.size(); ++size) {
-        EXPECT_EQ(FailureText(text.substr(0, size)).find("Invalid XML document: "), 0U) << size;
+    for (std::size_t size = 0; size + 1 < descriptionText.size(); ++size) {
+        EXPECT_EQ(DescriptionFailure(descriptionText.substr(0, size)).find("Invalid XML document: "), 0U) << size;
     }
 }
 
 TEST(CloudRepositoryDescription, MayHaveAnEmptyDisplayName) {
-    EXPECT_EQ(FailureText(test::WithValue(text, test::FindAttributes(text)[1], "")), "");
+    EXPECT_EQ(DescriptionFailure(test::WithValue(descriptionText, test::FindAttributes(descriptionText)[1], "")), "");
 }
 
 }  // namespace

@@ -6,19 +6,10 @@
 #include <vector>
 
 #include "common/exc.h"
+#include "tests/support/Thrown.h"
 
 namespace cloudbackuplib::backup {
 namespace {
-
-template <class F>
-std::string FailureOf(const F& operation) {
-    try {
-        operation();
-    } catch (const exc::CRuntimeExc& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 TEST(CloudService, HasTheseValuesAndTexts) {
     const std::vector<std::string> texts = {"OneDrive", "OneDriveForBusiness", "OneDriveGraph",
@@ -33,14 +24,14 @@ TEST(CloudService, HasTheseValuesAndTexts) {
 
 TEST(CloudService, RefusesOtherTexts) {
     for (const std::string text : {"", "amazons3", "AmazonS3 ", " AmazonS3", "AmazonS", "OneDriveGraphs", "3", "%1"}) {
-        EXPECT_EQ(FailureOf([&] { (void)ECloudService::FromStr(text); }),
+        EXPECT_EQ(test::ThrownBy([&] { (void)ECloudService::FromStr(text); }),
                   "Unknown cloud service string: '" + text + "'");
     }
 }
 
 TEST(CloudService, RefusesOtherValues) {
     for (const int value : {6, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
-        EXPECT_EQ(FailureOf([&] { (void)ECloudService::ToStr(static_cast<ECloudService::type>(value)); }),
+        EXPECT_EQ(test::ThrownBy([&] { (void)ECloudService::ToStr(static_cast<ECloudService::type>(value)); }),
                   "Unknown cloud service value: '" + std::to_string(value) + "'");
     }
 }
@@ -50,7 +41,7 @@ TEST(CloudRepoType, HasTwoTexts) {
     EXPECT_EQ(ECloudRepoType::ToStr(static_cast<ECloudRepoType::type>(1)), "external");
     EXPECT_EQ(sizeof(ECloudRepoType::type), 4U);
     for (const int value : {2, -1}) {
-        EXPECT_EQ(FailureOf([&] { (void)ECloudRepoType::ToStr(static_cast<ECloudRepoType::type>(value)); }),
+        EXPECT_EQ(test::ThrownBy([&] { (void)ECloudRepoType::ToStr(static_cast<ECloudRepoType::type>(value)); }),
                   "Unknown cloud repository type value: '" + std::to_string(value) + "'");
     }
 }

@@ -5,8 +5,6 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = std::size_t{1} << 20U;
-
 void UploadedObjectIsRead(CContext& context) {
     for (const std::size_t size : {1UL, 2UL, 1000UL, 65536UL, 65537UL, mebibyte + 1}) {
         const std::string path = "folder/object" + std::to_string(size);

@@ -9,8 +9,6 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = std::size_t{1} << 20U;
-
 bytes_t Part(const bytes_t& bytes, std::size_t offset, std::size_t size) {
     const std::size_t begin = std::min(offset, bytes.size());
     const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(begin);

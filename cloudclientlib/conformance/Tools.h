@@ -20,6 +20,8 @@ namespace cloudclientlib::conformance {
 using bytes_t = cnt::array_t<char>;
 using action_t = std::function<void()>;
 
+constexpr std::size_t mebibyte = std::size_t{1} << 20U;
+
 /// Bytes that look random and are the same for the same seed.
 [[nodiscard]] bytes_t MakeBytes(std::uint64_t seed, std::size_t size);
 [[nodiscard]] ICloudClient::buffer_ptr Share(bytes_t bytes);

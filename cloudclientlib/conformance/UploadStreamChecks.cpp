@@ -7,8 +7,6 @@ namespace cloudclientlib::conformance {
 
 namespace {
 
-constexpr std::size_t mebibyte = std::size_t{1} << 20U;
-
 void RoundTrip(CContext& context, std::size_t size, std::size_t piece) {
     const bytes_t bytes = MakeBytes(context.Settings().seed + size, size);
     StreamUp(context.Client(), "folder/streamed", bytes, piece);

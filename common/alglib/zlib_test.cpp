@@ -15,7 +15,7 @@ namespace {
 using alglib::compress::CZlibUtil;
 using bytes_t = cnt::array_t<char>;
 
-std::string FailureOf(std::span<const char> data, std::size_t limit = std::size_t{1} << 30U) {
+std::string InflateFailure(std::span<const char> data, std::size_t limit = std::size_t{1} << 30U) {
     try {
         return "read as " + std::to_string(CZlibUtil::Decompress(data, limit)->size()) + " bytes";
     } catch (const exc::CRuntimeExc& failure) {
@@ -46,7 +46,7 @@ TEST(Zlib, EmptyDataRoundTrips) {
     EXPECT_TRUE(CZlibUtil::Decompress(*data)->empty());
 }
 
-TEST(Zlib, NothingIsNoZlibData) { EXPECT_EQ("Damaged zlib data: cut off or corrupt", FailureOf({})); }
+TEST(Zlib, NothingIsNoZlibData) { EXPECT_EQ("Damaged zlib data: cut off or corrupt", InflateFailure({})); }
 
 TEST(Zlib, DataCutAtAnyByteIsRefused) {
     std::string plain;
@@ -55,35 +55,35 @@ TEST(Zlib, DataCutAtAnyByteIsRefused) {
     }
     const auto data = CZlibUtil::CompressBest(plain);
     for (std::size_t size = 0; size < data->size(); ++size) {
-        EXPECT_EQ("Damaged zlib data: cut off or corrupt", FailureOf(std::span(*data).first(size))) << size;
+        EXPECT_EQ("Damaged zlib data: cut off or corrupt", InflateFailure(std::span(*data).first(size))) << size;
     }
 }
 
 TEST(Zlib, BytesBehindTheEndAreRefused) {
     auto data = *CZlibUtil::CompressBest(std::string_view("x"));
     data.push_back('\0');
-    EXPECT_EQ("Damaged zlib data: bytes behind its end", FailureOf(data));
+    EXPECT_EQ("Damaged zlib data: bytes behind its end", InflateFailure(data));
 }
 
 TEST(Zlib, DamageIsNamed) {
-    EXPECT_EQ("Damaged zlib data: incorrect header check", FailureOf(std::string_view("no zlib data")));
+    EXPECT_EQ("Damaged zlib data: incorrect header check", InflateFailure(std::string_view("no zlib data")));
     auto data = *CZlibUtil::CompressBest(std::string_view("something"));
     data.back() = static_cast<char>(data.back() ^ 1);
-    EXPECT_EQ("Damaged zlib data: incorrect data check", FailureOf(data));
+    EXPECT_EQ("Damaged zlib data: incorrect data check", InflateFailure(data));
 }
 
 TEST(Zlib, DataThatNeedsADictionaryIsRefused) {
     // The flag for a preset dictionary in an otherwise good header.
     const unsigned char header[] = {0x78, 0xBB, 0, 0, 0, 0, 0, 0};
-    EXPECT_EQ("Damaged zlib data: cut off or corrupt", FailureOf(bytes_t(std::begin(header), std::end(header))));
+    EXPECT_EQ("Damaged zlib data: cut off or corrupt", InflateFailure(bytes_t(std::begin(header), std::end(header))));
 }
 
 TEST(Zlib, ASmallTextDoesNotFillTheMemory) {
     const auto bomb = CZlibUtil::CompressBest(bytes_t(10U << 20U, '\0'));
     EXPECT_GT(20000U, bomb->size());
-    EXPECT_EQ("Damaged zlib data: grows past 1000000 bytes", FailureOf(*bomb, 1000000));
-    EXPECT_EQ("Damaged zlib data: grows past 10485759 bytes", FailureOf(*bomb, (10U << 20U) - 1));
-    EXPECT_EQ("read as 10485760 bytes", FailureOf(*bomb, 10U << 20U));
+    EXPECT_EQ("Damaged zlib data: grows past 1000000 bytes", InflateFailure(*bomb, 1000000));
+    EXPECT_EQ("Damaged zlib data: grows past 10485759 bytes", InflateFailure(*bomb, (10U << 20U) - 1));
+    EXPECT_EQ("read as 10485760 bytes", InflateFailure(*bomb, 10U << 20U));
 }
 
 TEST(Zlib, WhatCannotBeCompressedRoundTripsToo) {
@@ -112,7 +112,7 @@ RC_GTEST_PROP(Zlib, ChangedBytesAreRefusedOrGiveTheSame, (const bytes_t& plain))
 
 RC_GTEST_PROP(Zlib, AnyBytesAreSafe, (bytes_t data)) {
     data.insert(data.begin(), {0x78, static_cast<char>(0xDA)});
-    (void)FailureOf(data, 100000);
+    (void)InflateFailure(data, 100000);
 }
 
 }  // namespace

@@ -2,17 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/agent/NumberedBlock.h"
+
 namespace agent {
 namespace {
-
-SBlockExternalId Block(std::uint8_t number, std::uint32_t size) {
-    SBlockExternalId block;
-    block.id[0] = number;
-    block.number32 = size;
-    return block;
-}
-
-digest::md5_digest_t Name(std::uint8_t number) { return {Block(number, 0).id}; }
 
 SChunk Chunk(std::uint64_t streamOffset, std::uint32_t block, std::uint32_t offset, std::uint32_t size) {
     SChunk chunk;
@@ -26,31 +19,31 @@ SChunk Chunk(std::uint64_t streamOffset, std::uint32_t block, std::uint32_t offs
 
 TEST(BlockUse, NothingIsUsedAtFirst) {
     const CBlockUse use;
-    EXPECT_FALSE(use.IsUsed(Name(1)));
+    EXPECT_FALSE(use.IsUsed(NumberedName(1)));
     EXPECT_EQ(use.GetBlockCount(), 0U);
     EXPECT_EQ(use.CountUnusedBytes(), 0U);
 }
 
 TEST(BlockUse, OnlyBlocksWithChunksAreUsed) {
     CMetaState state;
-    state.AddBlock(Block(1, 100));
-    state.AddBlock(Block(2, 50));
+    state.AddBlock(NumberedBlock(1, 100));
+    state.AddBlock(NumberedBlock(2, 50));
     state.AddChunk(Chunk(0, 1, 0, 30));
     CBlockUse use;
     use.Add(state);
-    EXPECT_FALSE(use.IsUsed(Name(1)));
-    EXPECT_TRUE(use.IsUsed(Name(2)));
+    EXPECT_FALSE(use.IsUsed(NumberedName(1)));
+    EXPECT_TRUE(use.IsUsed(NumberedName(2)));
     EXPECT_EQ(use.CountUnusedBytes(), 20U);
 }
 
 TEST(BlockUse, VersionsAddUpAndCountEachChunkOnce) {
     CMetaState older;
-    older.AddBlock(Block(1, 100));
+    older.AddBlock(NumberedBlock(1, 100));
     older.AddChunk(Chunk(0, 0, 0, 40));
     older.AddChunk(Chunk(100, 0, 40, 20));
     CMetaState newer;  // with other places in its table
-    newer.AddBlock(Block(2, 10));
-    newer.AddBlock(Block(1, 100));
+    newer.AddBlock(NumberedBlock(2, 10));
+    newer.AddBlock(NumberedBlock(1, 100));
     newer.AddChunk(Chunk(0, 0, 0, 10));
     newer.AddChunk(Chunk(100, 1, 40, 20));
     newer.AddChunk(Chunk(200, 1, 60, 15));
@@ -61,7 +54,7 @@ TEST(BlockUse, VersionsAddUpAndCountEachChunkOnce) {
     use.Add(newer);
     EXPECT_EQ(use.GetBlockCount(), 2U);
     EXPECT_EQ(use.CountUnusedBytes(), 25U);
-    EXPECT_EQ(use.GetBlocks().at(Name(2)).size, 10U);
+    EXPECT_EQ(use.GetBlocks().at(NumberedName(2)).size, 10U);
 }
 
 }  // namespace

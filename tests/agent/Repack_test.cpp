@@ -4,24 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "common/exc.h"
+#include "tests/agent/NumberedBlock.h"
 
 namespace agent {
 namespace {
-
-SBlockExternalId Block(std::uint8_t number, std::uint32_t size) {
-    SBlockExternalId block;
-    block.id[0] = number;
-    block.number32 = size;
-    return block;
-}
-
-digest::md5_digest_t Name(std::uint8_t number) { return {Block(number, 0).id}; }
 
 /// A storage of blocks of 1000 bytes, of which so many are needed.
 CBlockUse UseOf(const std::vector<std::uint32_t>& needed) {
     CMetaState state;
     for (std::size_t i = 0; i < needed.size(); ++i) {
-        state.AddBlock(Block(static_cast<std::uint8_t>(i + 1), 1000));
+        state.AddBlock(NumberedBlock(static_cast<std::uint8_t>(i + 1), 1000));
         SChunk chunk;
         chunk.streamOffset = i * 1000;
         chunk.plainSize = needed[i];
@@ -76,33 +68,33 @@ TEST(ChooseBlocks, NothingWithinTheLimit) {
 
 TEST(ChooseBlocks, TheMostWastefulFirstUntilTheLimitIsMet) {
     const auto plan = Choose({700, 100, 500}, "800");
-    EXPECT_EQ(Names(plan), SRepackPlan::block_names_t{Name(2)}) << "of 1700 bytes of waste it has 900";
+    EXPECT_EQ(Names(plan), SRepackPlan::block_names_t{NumberedName(2)}) << "of 1700 bytes of waste it has 900";
     EXPECT_EQ(plan.blockCount, 1U);
 }
 
 TEST(ChooseBlocks, CountsWhatIsMovedAndFreed) {
     const auto plan = Choose({700, 100, 500}, "300");
-    EXPECT_EQ(Names(plan), (SRepackPlan::block_names_t{Name(2), Name(3)}));
+    EXPECT_EQ(Names(plan), (SRepackPlan::block_names_t{NumberedName(2), NumberedName(3)}));
     EXPECT_EQ(plan.blockCount, 2U);
     EXPECT_EQ(plan.movedBytes, 600U);
     EXPECT_EQ(plan.freedBytes, 1400U);
-    EXPECT_TRUE(plan.HasBlock(storage, Name(2)));
-    EXPECT_FALSE(plan.HasBlock(storage, Name(1)));
-    EXPECT_FALSE(plan.HasBlock(guid::guid_t(), Name(2)));
+    EXPECT_TRUE(plan.HasBlock(storage, NumberedName(2)));
+    EXPECT_FALSE(plan.HasBlock(storage, NumberedName(1)));
+    EXPECT_FALSE(plan.HasBlock(guid::guid_t(), NumberedName(2)));
 }
 
 TEST(ChooseBlocks, NoneThatIsNeededNearlyWhole) {
-    EXPECT_EQ(Names(Choose({951, 950, 1000}, "0")), SRepackPlan::block_names_t{Name(2)});
+    EXPECT_EQ(Names(Choose({951, 950, 1000}, "0")), SRepackPlan::block_names_t{NumberedName(2)});
 }
 
 TEST(ChooseBlocks, NoneThatIsMissing) {
-    EXPECT_EQ(Names(Choose({100, 500}, "0", {Name(1)})), SRepackPlan::block_names_t{Name(2)});
+    EXPECT_EQ(Names(Choose({100, 500}, "0", {NumberedName(1)})), SRepackPlan::block_names_t{NumberedName(2)});
 }
 
 TEST(ChooseBlocks, AShareIsOfWhatIsLeft) {
     // 1200 of 3000 are waste. Without the first block 300 of 2100 are: 14 %.
-    EXPECT_EQ(Names(Choose({100, 800, 900}, "15%")), SRepackPlan::block_names_t{Name(1)});
-    EXPECT_EQ(Names(Choose({100, 800, 900}, "14%")), (SRepackPlan::block_names_t{Name(1), Name(2)}));
+    EXPECT_EQ(Names(Choose({100, 800, 900}, "15%")), SRepackPlan::block_names_t{NumberedName(1)});
+    EXPECT_EQ(Names(Choose({100, 800, 900}, "14%")), (SRepackPlan::block_names_t{NumberedName(1), NumberedName(2)}));
 }
 
 }  // namespace

@@ -4,14 +4,13 @@
 #include <string>
 
 #include "cloudclientlib/CloudExc.h"
+#include "cloudclientlib/conformance/Tools.h"
 #include "tests/conformance/HookedClient.h"
 
 /// Clients that are right for what is small and few.
 namespace cloudclientlib::conformance {
 
 namespace {
-
-constexpr std::size_t mebibyte = std::size_t{1} << 20U;
 
 /// A last part of a single byte is lost.
 bytes_t WithoutLastByteBehind(bytes_t bytes, std::size_t part) {

@@ -2,13 +2,12 @@
 #include <utility>
 
 #include "cloudclientlib/CloudExc.h"
+#include "cloudclientlib/conformance/Tools.h"
 #include "tests/conformance/HookedClient.h"
 
 namespace cloudclientlib::conformance {
 
 namespace {
-
-constexpr std::size_t mebibyte = 1024 * 1024;
 
 /// Uploads that gather what is written; `finish` stores it.
 SHooks WithUpload(std::function<void(ICloudClient&, text_t path, unsigned long size, const bytes_t&)> finish) {

@@ -94,8 +94,8 @@ place_t AllThreePlace() {
     return [place = MemoryPlace()] { return Retried(Limited(std::make_shared<CTraceClient>(place()))); };
 }
 
-#ifdef __SANITIZE_THREAD__
-constexpr bool isLargeWrapped = false;  // what is copied by the MiB says nothing of threads, and takes minutes here
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool isLargeWrapped = false;  // what is copied by the MiB shows no more than smaller ones, and takes minutes
 #else
 constexpr bool isLargeWrapped = true;
 #endif

@@ -19,13 +19,6 @@ constexpr const char* storageText = "00000000-0000-0000-0000-000000000001";
 const std::string store = std::string("/B/BlockStore/") + storageText;
 
 /// A digest whose name begins with the two digits of `first`.
-digest::md5_digest_t Digest(std::uint8_t first, std::uint8_t last = 0) {
-    digest::md5_digest_t digest;
-    digest.bytes.front() = first;
-    digest.bytes.back() = last;
-    return digest;
-}
-
 std::string PathOf(const digest::md5_digest_t& digest) {
     return paths::GetBackupBlockPath("B", Guid(1), paths::DigestToBlockName(digest));
 }

@@ -45,6 +45,14 @@ std::string FailureOf(const F& operation) {
     return "no failure";
 }
 
+/// The digest whose other bytes are zero.
+inline digest::md5_digest_t Digest(std::uint8_t first, std::uint8_t last = 0) {
+    digest::md5_digest_t digest;
+    digest.bytes.front() = first;
+    digest.bytes.back() = last;
+    return digest;
+}
+
 inline cloudclientlib::ICloudClient::buffer_ptr Bytes(std::string_view text) {
     return std::make_shared<cnt::array_t<char>>(text.begin(), text.end());
 }

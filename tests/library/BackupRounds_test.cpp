@@ -20,13 +20,6 @@ using testing::ElementsAre;
 
 using digests_t = std::vector<digest::md5_digest_t>;
 
-digest::md5_digest_t Digest(std::uint8_t first, std::uint8_t last) {
-    digest::md5_digest_t digest;
-    digest.bytes.front() = first;
-    digest.bytes.back() = last;
-    return digest;
-}
-
 class BackupRounds : public BackupTest {
 protected:
     static constexpr std::size_t blocks = 20;

@@ -11,18 +11,9 @@ using logging::level_t;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string infoPath = ClientFolder(clientAText) + "/Config/ClientInfo.xml";
-const std::string keyPath = ClientFolder(clientAText) + "/Config/ClientKeyInfo.xml";
-const std::string historyPath = ClientFolder(clientAText) + "/Config/ClientKeyHistory.xml";
 const std::string infoText = "<ClientInfo Id=\"" + clientAText + "\" Type=\"host\" Description=\"Anna\" />\n";
 
 using key_ptr = std::shared_ptr<crypto::CKeySet>;
-
-crypto::SRawKeySetId RawId(std::uint8_t number) {
-    crypto::SRawKeySetId raw;
-    raw.bytes[15] = number;
-    return raw;
-}
 
 crypto::sec_bytes_t Secret(std::string_view bytes) { return {bytes.begin(), bytes.end()}; }
 

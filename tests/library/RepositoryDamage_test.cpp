@@ -11,13 +11,7 @@ using namespace test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const std::string descriptionPath = repositoryRoot + "/Config/Repository";
-const std::string ownerPath = repositoryRoot + "/Config/Owner";
-const std::string infoPath = ClientFolder(clientAText) + "/Config/ClientInfo.xml";
-const std::string keyPath = ClientFolder(clientAText) + "/Config/ClientKeyInfo.xml";
-const std::string historyPath = ClientFolder(clientAText) + "/Config/ClientKeyHistory.xml";
-
-std::shared_ptr<crypto::CKeySet> Key(std::uint8_t number, bool hasMaterial = true) {
+std::shared_ptr<crypto::CKeySet> DamagedKey(std::uint8_t number, bool hasMaterial = true) {
     crypto::SRawKeySetId raw;
     raw.bytes[15] = number;
     return std::make_shared<crypto::CKeySet>(
@@ -67,9 +61,9 @@ protected:
     void SetUp() override {
         repository_ = Create();
         repository_->SetOwner({Guid(5), "team", "The <team>"});
-        repository_->SetEncryptionKey({}, Key(1), std::make_shared<crypto::sec_bytes_t>(7, 's'));
-        repository_->AddHistoricalKey({}, Key(1));
-        repository_->AddHistoricalKey({}, Key(2));
+        repository_->SetEncryptionKey({}, DamagedKey(1), std::make_shared<crypto::sec_bytes_t>(7, 's'));
+        repository_->AddHistoricalKey({}, DamagedKey(1));
+        repository_->AddHistoricalKey({}, DamagedKey(2));
         Open(InfoB())->UpdateClientInfo();
     }
 
@@ -182,7 +176,7 @@ TEST_F(RepositoryDamage, OfAClientsKeyIsMendedByANewKey) {
     const std::string text = Text(keyPath);
     ForEachDamage(text, [&](const SDamage&, const std::string& damaged) {
         Write(keyPath, damaged);
-        repository_->SetEncryptionKey({}, Key(1), std::make_shared<crypto::sec_bytes_t>(7, 's'));
+        repository_->SetEncryptionKey({}, DamagedKey(1), std::make_shared<crypto::sec_bytes_t>(7, 's'));
         EXPECT_EQ(Text(keyPath), text);
     });
 }
@@ -206,7 +200,7 @@ TEST_F(RepositoryDamage, OfAKeyHistoryIsNeverWrittenOver) {
         const std::string failure = FailureOf([&] { (void)repository_->EnumHistoricalKeys({}); });
         if (failure != "no failure") {
             ++refused;
-            EXPECT_EQ(FailureOf([&] { repository_->AddHistoricalKey({}, Key(3)); }), failure);
+            EXPECT_EQ(FailureOf([&] { repository_->AddHistoricalKey({}, DamagedKey(3)); }), failure);
             EXPECT_EQ(Text(historyPath) == damaged, true) << damage.Describe(damaged.size());
         }
     });

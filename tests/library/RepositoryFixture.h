@@ -22,6 +22,19 @@ inline SCloudRepositoryInfo InfoOfNobody() { return {"Team", {}}; }
 
 inline std::string ClientFolder(const std::string& clientText) { return repositoryRoot + "/Clients/" + clientText; }
 
+inline const std::string descriptionPath = repositoryRoot + "/Config/Repository";
+inline const std::string ownerPath = repositoryRoot + "/Config/Owner";
+// Documents of the first client.
+inline const std::string infoPath = ClientFolder(clientAText) + "/Config/ClientInfo.xml";
+inline const std::string keyPath = ClientFolder(clientAText) + "/Config/ClientKeyInfo.xml";
+inline const std::string historyPath = ClientFolder(clientAText) + "/Config/ClientKeyHistory.xml";
+
+inline crypto::SRawKeySetId RawId(std::uint8_t number) {
+    crypto::SRawKeySetId raw;
+    raw.bytes[15] = number;
+    return raw;
+}
+
 class RepositoryTest : public BackupTest {
 protected:
     using repository_ptr = std::shared_ptr<CCloudExternalRepository>;

@@ -12,8 +12,6 @@ using testing::IsEmpty;
 
 class RepositoryOpen : public RepositoryTest {};
 
-const std::string descriptionPath = repositoryRoot + "/Config/Repository";
-const std::string ownerPath = repositoryRoot + "/Config/Owner";
 const std::string openFailed = "Failed to open external cloud repository '" + infoAText + "'";
 const std::string createFailed = "Failed to create new external cloud repository '" + infoAText + "'";
 

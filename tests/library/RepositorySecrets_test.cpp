@@ -36,12 +36,6 @@ const std::vector<std::string> secrets{material, wrapped, salt, printableMateria
 
 crypto::sec_bytes_t Bytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-crypto::SRawKeySetId RawId(std::uint8_t number) {
-    crypto::SRawKeySetId raw;
-    raw.bytes[15] = number;
-    return raw;
-}
-
 key_ptr Key(std::uint8_t number, const std::string& keys, std::uint8_t master = 99) {
     return std::make_shared<crypto::CKeySet>(
         crypto::CKeySetId(RawId(number)), L"hint " + std::to_wstring(number), Bytes(keys),

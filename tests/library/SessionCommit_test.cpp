@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include "tests/library/SessionFixture.h"
+#include "tests/support/SizedPart.h"
 
 namespace test {
 namespace {
@@ -11,13 +12,6 @@ using testing::Pair;
 
 std::string MetaItem(const guid::guid_t& storage, const std::string& rest) {
     return paths::GetBackupMetaItemPath("B", storage.ToAStr() + "." + rest);
-}
-
-SMetaLocationDescr SizedPart(unsigned long size, bool skip = false) {
-    SMetaLocationDescr part;
-    part.Size = size;
-    part.SkipUnlessUpdated = skip;
-    return part;
 }
 
 class SessionCommit : public SessionTest {

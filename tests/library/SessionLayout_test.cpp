@@ -1,4 +1,5 @@
 #include "tests/library/SessionFixture.h"
+#include "tests/support/SizedPart.h"
 
 /// Commits of storages whose writers move, resize and drop parts within one session.
 namespace test {
@@ -6,13 +7,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-SMetaLocationDescr SizedPart(unsigned long size, bool skip) {
-    SMetaLocationDescr part;
-    part.Size = size;
-    part.SkipUnlessUpdated = skip;
-    return part;
-}
 
 class SessionLayout : public SessionTest {
 protected:

@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "tests/wrappers/ThrowingClient.h"
 #include "tests/wrappers/WrapperFixture.h"
 
 namespace cloudclientlib {
@@ -94,15 +95,6 @@ TEST_F(CCountingClientTest, SeesTheWindowThatACallerKeeps) {
     EXPECT_EQ(client.GetCounts().tasksInFlight, 0U);
     EXPECT_EQ(client.GetCounts().Of(EOperation::uploadFile), 20U);
 }
-
-/// A client that fails from the call itself, as contracts allow for invalid paths.
-class CThrowingClient : public CForwardingClient {
-public:
-    using CForwardingClient::CForwardingClient;
-    task::task_ptr DeleteFileAsync(const std::string& path) override {
-        throw CCloudExc({EFailure::other, false, "DeleteFile", path, "at once"});
-    }
-};
 
 TEST_F(CCountingClientTest, CallThatThrowsLeavesNoTaskInFlight) {
     CCountingClient counting(std::make_shared<CThrowingClient>(store));

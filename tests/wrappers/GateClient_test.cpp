@@ -6,6 +6,7 @@
 #include <future>
 #include <thread>
 
+#include "tests/wrappers/ThrowingClient.h"
 #include "tests/wrappers/WrapperFixture.h"
 
 namespace cloudclientlib {
@@ -91,13 +92,6 @@ TEST_F(CGateClientTest, FailureOfAHeldOperationIsKept) {
     EXPECT_THROW(download->Wait(), CObjectNotFoundExc);
     EXPECT_THROW(download->Wait(), CObjectNotFoundExc);
 }
-
-/// A client that fails from the call itself.
-class CThrowingClient : public CForwardingClient {
-public:
-    using CForwardingClient::CForwardingClient;
-    task::task_ptr DeleteFileAsync(const std::string& path) override { throw CObjectNotFoundExc("DeleteFile", path); }
-};
 
 TEST_F(CGateClientTest, CallThatThrowsFailsAHeldTask) {
     CGateClient gate(std::make_shared<CThrowingClient>(store));

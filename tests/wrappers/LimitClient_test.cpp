@@ -8,6 +8,7 @@
 #include "cloudclientlib/wrappers/CountingClient.h"
 #include "cloudclientlib/wrappers/GateClient.h"
 #include "tests/wrappers/FakeTimer.h"
+#include "tests/wrappers/ThrowingClient.h"
 #include "tests/wrappers/WrapperFixture.h"
 
 namespace cloudclientlib {
@@ -140,13 +141,6 @@ TEST_F(CLimitClientTest, FailedOperationsLeaveTheirPlaces) {
     }
     EXPECT_EQ(client.GetFileSize("object"), 10U);
 }
-
-/// A client that fails from the call itself.
-class CThrowingClient : public CForwardingClient {
-public:
-    using CForwardingClient::CForwardingClient;
-    task::task_ptr DeleteFileAsync(const std::string& path) override { throw CObjectNotFoundExc("DeleteFile", path); }
-};
 
 TEST_F(CLimitClientTest, CallThatThrowsFailsTheTask) {
     CLimitClient client(std::make_shared<CThrowingClient>(store), {.operationsInFlight = 1});

@@ -1,9 +1,9 @@
-#include "agent/look/CheckpointFilter.h"
+#include "agent/run/CheckpointFilter.h"
 
 #include <algorithm>
 #include <sstream>
 
-#include "agent/look/PathScope.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 

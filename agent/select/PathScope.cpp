@@ -1,4 +1,4 @@
-#include "agent/look/PathScope.h"
+#include "agent/select/PathScope.h"
 
 namespace agent {
 
