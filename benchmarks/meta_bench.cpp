@@ -70,7 +70,7 @@ void AppendChanges(benchmark::State& run) {
         if (++number % 1000 == 0) {
             SEntry entry = packed.Unpack();
             ++entry.mtime.seconds;
-            changes.Put(path, entry);
+            changes.Put(std::string(path), entry);
         }
     }
     std::uint64_t added = 0;

@@ -100,7 +100,7 @@ void CBlockRebuild::AddVersion(const SRootVersion& version, const CMetaState& st
     }
     for (const auto& [path, packed] : state.GetEntries()) {
         if (packed.GetType() == EEntryType::file) {
-            AddPieces(version, state, path, packed.Unpack());
+            AddPieces(version, state, std::string(path), packed.Unpack());
         }
     }
 }

@@ -32,12 +32,12 @@ std::vector<SLostFile> FindLostFiles(const CMetaState& state, const CStorageDama
         if (packed.GetType() == EEntryType::file) {
             if (const auto blocks = BlocksLost(state, damage, packed.Unpack()); !blocks.empty()) {
                 files.emplace(path, blocks);
-                lost.push_back({path, blocks});
+                lost.push_back({std::string(path), blocks});
             }
         } else if (packed.GetType() == EEntryType::hardLink && !files.empty()) {
             const auto found = files.find(packed.Unpack().target);
             if (found != files.end()) {
-                lost.push_back({path, found->second});
+                lost.push_back({std::string(path), found->second});
             }
         }
     }

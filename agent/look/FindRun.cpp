@@ -23,7 +23,7 @@ public:
             }
             SEntry entry = packed.Unpack();
             if (Matches(filter_, entry)) {
-                AddEntry(path, state, std::move(entry), version.checkpoints);
+                AddEntry(std::string(path), state, std::move(entry), version.checkpoints);
             }
         }
     }

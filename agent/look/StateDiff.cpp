@@ -58,14 +58,14 @@ public:
         auto a = left.begin();
         auto b = right.begin();
         while (a != left.end() || b != right.end()) {
-            if (b == right.end() || (a != left.end() && SPathLess()(a->first, b->first))) {
-                sink_({EChange::removed, a->first, a->second.Unpack(), std::nullopt});
+            if (b == right.end() || (a != left.end() && SPathLess()(a->GetPath(), b->GetPath()))) {
+                sink_({EChange::removed, std::string(a->GetPath()), a->GetEntry().Unpack(), std::nullopt});
                 ++a;
-            } else if (a == left.end() || SPathLess()(b->first, a->first)) {
-                sink_({EChange::added, b->first, std::nullopt, b->second.Unpack()});
+            } else if (a == left.end() || SPathLess()(b->GetPath(), a->GetPath())) {
+                sink_({EChange::added, std::string(b->GetPath()), std::nullopt, b->GetEntry().Unpack()});
                 ++b;
             } else {
-                Compare(a->first, a->second.Unpack(), b->second.Unpack());
+                Compare(std::string(a->GetPath()), a->GetEntry().Unpack(), b->GetEntry().Unpack());
                 ++a;
                 ++b;
             }

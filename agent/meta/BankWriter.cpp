@@ -8,6 +8,12 @@
 
 namespace agent::meta {
 
+namespace {
+
+constexpr std::size_t largePlain = std::size_t{1} << 20U;
+
+}  // namespace
+
 CBankWriter::CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks, const std::optional<SBankSeal>& seal)
     : file_(file),
       seal_(seal),
@@ -17,6 +23,9 @@ CBankWriter::CBankWriter(posix::posix_file_t& file, std::vector<SMetaBank> banks
 template <class Encode>
 void CBankWriter::Add(const Encode& encode) {
     const std::size_t before = plain_.size();
+    if (before > largePlain && plain_.capacity() < BankLimit(banks_.size())) {
+        plain_.reserve(BankLimit(banks_.size()) + largePlain);  // else it would double beyond
+    }
     encode(plain_);
     if (before != 0 && plain_.size() > BankLimit(banks_.size())) {
         plain_.resize(before);
@@ -36,9 +45,9 @@ void CBankWriter::AddChunks(const std::vector<SChunk>& chunks) {
     }
 }
 
-void CBankWriter::AddEntries(const packed_entries_t& entries) {
+void CBankWriter::AddEntries(const CEntryTable& entries) {
     for (const auto& [path, entry] : entries) {
-        Add([&path = path, &entry = entry](std::string& out) { PutEntryRecord(out, path, entry); });
+        Add([path = path, entry = entry](std::string& out) { PutEntryRecord(out, path, entry); });
     }
 }
 

@@ -33,7 +33,7 @@ private:
     template <class Encode>
     void Add(const Encode& encode);
     void AddChunks(const std::vector<SChunk>& chunks);
-    void AddEntries(const packed_entries_t& entries);
+    void AddEntries(const CEntryTable& entries);
 
     posix::posix_file_t& file_;
     const std::optional<SBankSeal>& seal_;

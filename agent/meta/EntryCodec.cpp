@@ -173,9 +173,9 @@ std::string Pack(const SEntry& entry) {
 
 }  // namespace
 
-CPackedEntry::CPackedEntry(const SEntry& entry) : CPackedEntry(std::string_view(Pack(entry))) {}
+CPackedEntry::CPackedEntry(const SEntry& entry) : bytes_(Pack(entry)) {}
 
-SEntry CPackedEntry::Unpack() const {
+SEntry CPackedView::Unpack() const {
     CByteCursor cursor(bytes_);
     SEntry entry;
     entry.type = static_cast<EEntryType>(cursor.Byte());

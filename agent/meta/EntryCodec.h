@@ -7,26 +7,42 @@
 
 namespace agent {
 
-/// An entry in its stored form, a quarter of the memory of an SEntry. A plain value; safe to read from any thread.
+/// An entry in its stored form, a quarter of the memory of an SEntry, where somebody else keeps it. Safe to read from
+/// any thread.
+class CPackedView {
+public:
+    CPackedView() = default;
+    /// Bytes that were stored; they are judged when they are unpacked.
+    [[nodiscard]] static CPackedView FromBytes(std::string_view bytes) { return CPackedView(bytes); }
+
+    /// Throws exc::CRuntimeExc for bytes that are not exactly one entry that holds together.
+    [[nodiscard]] SEntry Unpack() const;
+    [[nodiscard]] std::string_view GetBytes() const { return bytes_; }
+    /// What the bytes say first; not judged.
+    [[nodiscard]] EEntryType GetType() const { return bytes_.empty() ? EEntryType{} : EEntryType(bytes_.front()); }
+
+    bool operator==(const CPackedView&) const = default;
+
+private:
+    explicit CPackedView(std::string_view bytes) : bytes_(bytes) {}
+
+    std::string_view bytes_;
+};
+
+/// An entry in its stored form. A plain value.
 class CPackedEntry {
 public:
     /// Packs an entry. Throws exc::CRuntimeExc for one that does not hold together: attributes that its type does not
     /// have, segments out of order or beyond the size, an impossible link target or time.
     explicit CPackedEntry(const SEntry& entry);
-    /// Takes over bytes that were stored; they are judged when they are unpacked.
-    [[nodiscard]] static CPackedEntry FromBytes(std::string_view bytes) { return CPackedEntry(bytes); }
 
-    /// Throws exc::CRuntimeExc for bytes that are not exactly one entry that holds together.
-    [[nodiscard]] SEntry Unpack() const;
+    [[nodiscard]] operator CPackedView() const { return CPackedView::FromBytes(bytes_); }
+    [[nodiscard]] SEntry Unpack() const { return CPackedView(*this).Unpack(); }
     [[nodiscard]] const std::string& GetBytes() const { return bytes_; }
-    /// What the bytes say first; not judged.
-    [[nodiscard]] EEntryType GetType() const { return bytes_.empty() ? EEntryType{} : EEntryType(bytes_.front()); }
 
     bool operator==(const CPackedEntry&) const = default;
 
 private:
-    explicit CPackedEntry(std::string_view bytes) : bytes_(bytes) {}
-
     std::string bytes_;
 };
 

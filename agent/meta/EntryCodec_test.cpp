@@ -36,8 +36,8 @@ TEST(EntryCodec, EveryTypeComesBack) {
                                 MakeEntry(EEntryType::blockDevice)}) {
         const CPackedEntry packed(entry);
         EXPECT_EQ(packed.Unpack(), entry);
-        EXPECT_EQ(packed.GetType(), entry.type);
-        EXPECT_EQ(CPackedEntry::FromBytes(packed.GetBytes()), packed);
+        EXPECT_EQ(CPackedView(packed).GetType(), entry.type);
+        EXPECT_EQ(CPackedView::FromBytes(packed.GetBytes()), CPackedView(packed));
     }
 }
 
@@ -131,7 +131,7 @@ TEST(EntryCodec, RefusesSegmentsThatDoNotFit) {
 std::string Unpacked(std::string_view type, std::string_view fields, std::string_view rest) {
     const std::string bytes =
         BytesOf(std::string(type) + std::string(fields) + "000000 0000 0000 0000" + std::string(rest));
-    return FailureOf([&] { (void)CPackedEntry::FromBytes(bytes).Unpack(); });
+    return FailureOf([&] { (void)CPackedView::FromBytes(bytes).Unpack(); });
 }
 
 TEST(EntryCodec, RefusesBytesThatAreNoEntry) {
@@ -156,7 +156,7 @@ TEST(EntryCodec, ClaimedCountsAllocateNothing) {
 TEST(EntryCodec, TruncatedBytesAreRefusedAtEveryPlace) {
     const std::string bytes = CPackedEntry(FullFile()).GetBytes();
     for (std::size_t size = 0; size < bytes.size(); ++size) {
-        EXPECT_THROW((void)CPackedEntry::FromBytes(bytes.substr(0, size)).Unpack(), exc::CRuntimeExc) << size;
+        EXPECT_THROW((void)CPackedView::FromBytes(bytes.substr(0, size)).Unpack(), exc::CRuntimeExc) << size;
     }
 }
 

@@ -66,7 +66,7 @@ private:
 /// the last ones that were met on the way.
 class CFolderCheck {
 public:
-    void Visit(const std::string& path, EEntryType type) {
+    void Visit(std::string_view path, EEntryType type) {
         while (!folders_.empty() && (folders_.back() != ParentPath(path) || path.empty())) {
             folders_.pop_back();
         }
@@ -79,12 +79,12 @@ public:
     }
 
 private:
-    std::vector<std::string_view> folders_;  // views of the map's own paths
+    std::vector<std::string_view> folders_;  // views of the records
 };
 
-void CheckHardLink(const packed_entries_t& entries, const std::string& path, const std::string& target) {
-    const auto found = entries.find(target);
-    if (found == entries.end() || found->second.GetType() != EEntryType::file || !SPathLess()(target, path)) {
+void CheckHardLink(const CEntryTable& entries, std::string_view path, const std::string& target) {
+    const CEntryRef found = entries.Find(target);
+    if (found.IsNull() || found.GetEntry().GetType() != EEntryType::file || !SPathLess()(target, path)) {
         throw exc::CRuntimeExc("it is another name of '%1', which is no file that stands before it", target);
     }
 }

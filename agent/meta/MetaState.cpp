@@ -16,19 +16,16 @@ std::uint64_t EndOf(const SChunk& chunk) { return chunk.streamOffset + chunk.pla
 
 }  // namespace
 
-void SMetaChanges::Put(const std::string& path, const SEntry& entry) {
+CEntryRef SMetaChanges::Put(const std::string& path, const SEntry& entry) {
     CheckEntryPath(path);
-    entries.insert_or_assign(path, CPackedEntry(entry));
+    return entries.Put(path, CPackedEntry(entry));
 }
 
 bool SMetaChanges::IsEmpty() const { return blocks.empty() && chunks.empty() && entries.empty() && removed.empty(); }
 
 std::optional<SEntry> CMetaState::Find(std::string_view path) const {
-    const auto found = entries_.find(path);
-    if (found == entries_.end()) {
-        return std::nullopt;
-    }
-    return found->second.Unpack();
+    const CEntryRef found = entries_.Find(path);
+    return found.IsNull() ? std::nullopt : std::optional(found.GetEntry().Unpack());
 }
 
 CEntryRange CMetaState::EntriesAt(std::string_view path) const {
@@ -36,7 +33,7 @@ CEntryRange CMetaState::EntriesAt(std::string_view path) const {
         return {entries_.begin(), entries_.end()};
     }
     // Nothing stands between what lies under a path and its next sibling, whose name goes on with 1 at least.
-    return {entries_.lower_bound(path), entries_.lower_bound(std::string(path) + '\1')};
+    return {entries_.LowerBound(path), entries_.LowerBound(std::string(path) + '\1')};
 }
 
 std::span<const SChunk> CMetaState::FindChunks(std::uint64_t streamOffset, std::uint64_t length) const {
@@ -76,14 +73,7 @@ void CMetaState::Apply(SMetaChanges&& changes) {
     for (const auto& path : changes.removed) {
         RemoveEntry(path);
     }
-    while (!changes.entries.empty()) {
-        auto node = changes.entries.extract(changes.entries.begin());
-        if (const auto old = entries_.find(node.key()); old != entries_.end()) {
-            old->second = std::move(node.mapped());
-        } else {
-            entries_.insert(std::move(node));
-        }
-    }
+    entries_.PutAll(std::move(changes.entries));
     SetStreamEnd(std::max(streamEnd_, changes.streamEnd));
 }
 
@@ -108,24 +98,15 @@ void CMetaState::AddChunk(const SChunk& chunk) {
     streamEnd_ = std::max(streamEnd_, EndOf(chunk));
 }
 
-void CMetaState::PutEntry(std::string_view path, CPackedEntry entry) {
+void CMetaState::PutEntry(std::string_view path, CPackedView entry) {
     CheckEntryPath(path);
-    // Most come in order: then the place is known.
-    const bool atEnd = entries_.empty() || SPathLess()(entries_.rbegin()->first, path);
-    const auto place = atEnd ? entries_.end() : entries_.lower_bound(path);
-    if (!atEnd && place != entries_.end() && place->first == path) {
-        place->second = std::move(entry);
-    } else {
-        entries_.emplace_hint(place, path, std::move(entry));
-    }
+    entries_.Put(path, entry);
 }
 
 void CMetaState::RemoveEntry(std::string_view path) {
-    const auto found = entries_.find(path);
-    if (found == entries_.end()) {
+    if (!entries_.Erase(path)) {
         throw exc::CRuntimeExc("entry '%1' is removed and not there", path);
     }
-    entries_.erase(found);
 }
 
 void CMetaState::SetStreamEnd(std::uint64_t streamEnd) {

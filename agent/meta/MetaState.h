@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <set>
 #include <span>
@@ -9,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/meta/EntryCodec.h"
+#include "agent/meta/EntryTable.h"
 #include "agent/model/Entry.h"
 #include "agent/model/PathOrder.h"
 #include "cloudbackuplib/BlockExternalId.h"
@@ -19,13 +18,10 @@ namespace agent {
 
 using cloudbackuplib::backup::SBlockExternalId;
 
-/// Entries by their paths, in the order of a walk.
-using packed_entries_t = std::map<std::string, CPackedEntry, SPathLess>;
-
 /// A run of entries that stand together.
 class CEntryRange {
 public:
-    using iterator = packed_entries_t::const_iterator;
+    using iterator = CEntryTable::const_iterator;
 
     CEntryRange(iterator begin, iterator end) : begin_(begin), end_(end) {}
     [[nodiscard]] iterator begin() const { return begin_; }
@@ -43,14 +39,14 @@ struct SMetaChanges {
     /// New chunks, by ascending stream offsets, all behind the stream's end so far.
     std::vector<SChunk> chunks;
     /// Entries that are new or replace those of the same paths.
-    packed_entries_t entries;
+    CEntryTable entries;
     /// Paths that are no more; taken away before the entries are put.
     std::set<std::string, SPathLess> removed;
     /// Where the stream ends at least, whatever becomes of the last chunks.
     std::uint64_t streamEnd = 0;
 
     /// Throws exc::CRuntimeExc for an entry or a path that does not hold together; nothing is changed then.
-    void Put(const std::string& path, const SEntry& entry);
+    CEntryRef Put(const std::string& path, const SEntry& entry);
     [[nodiscard]] bool IsEmpty() const;
 };
 
@@ -63,7 +59,7 @@ struct SMetaUsage {
 };
 
 /// All that a storage's metadata says at one version: the table of blocks, the chunks of the content stream, the
-/// entries. A plain value, about 250 bytes per entry and 64 per chunk. For one thread; const operations from several.
+/// entries. A plain value, about 150 bytes per entry and 64 per chunk. For one thread; const operations from several.
 ///
 /// As it is read or written it holds only chunks that some entry needs: no others may get a new reference, since their
 /// blocks may have been cleared. Blocks keep their places in the table, also those that nothing needs any more.
@@ -73,7 +69,7 @@ public:
     [[nodiscard]] const std::vector<SBlockExternalId>& GetBlocks() const { return blocks_; }
     /// By ascending stream offsets, without overlap; gaps are what nothing needs any more.
     [[nodiscard]] const std::vector<SChunk>& GetChunks() const { return chunks_; }
-    [[nodiscard]] const packed_entries_t& GetEntries() const { return entries_; }
+    [[nodiscard]] const CEntryTable& GetEntries() const { return entries_; }
     /// Where the content stream ends; new chunks begin there.
     [[nodiscard]] std::uint64_t GetStreamEnd() const { return streamEnd_; }
 
@@ -92,7 +88,7 @@ public:
     void Apply(SMetaChanges&& changes);
     void AddBlock(const SBlockExternalId& block);
     void AddChunk(const SChunk& chunk);
-    void PutEntry(std::string_view path, CPackedEntry entry);
+    void PutEntry(std::string_view path, CPackedView entry);
     void RemoveEntry(std::string_view path);
     /// The stream never ends before its last chunk does.
     void SetStreamEnd(std::uint64_t streamEnd);
@@ -115,7 +111,7 @@ public:
 private:
     std::vector<SBlockExternalId> blocks_;
     std::vector<SChunk> chunks_;
-    packed_entries_t entries_;
+    CEntryTable entries_;
     std::uint64_t streamEnd_ = 0;
     std::optional<digest::sha256_digest_t> origin_;
 };

@@ -23,7 +23,7 @@ CMetaState StateOf(SMetaChanges changes) {
 std::vector<std::string> PathsAt(const CMetaState& state, std::string_view path) {
     std::vector<std::string> paths;
     for (const auto& [entryPath, packed] : state.EntriesAt(path)) {
-        paths.push_back(entryPath);
+        paths.emplace_back(entryPath);
     }
     return paths;
 }

@@ -32,7 +32,7 @@ void ReplayPut(CByteCursor& cursor, CMetaState& state) {
     if (entry.size() < minEntrySize) {
         throw exc::CRuntimeExc("entry '%1' has only %2 bytes", path, entry.size());
     }
-    state.PutEntry(path, CPackedEntry::FromBytes(entry));
+    state.PutEntry(path, CPackedView::FromBytes(entry));
 }
 
 void ReplayRecord(CByteCursor& cursor, CMetaState& state, CChunkBase& base) {
@@ -110,7 +110,7 @@ void PutChunkRecord(std::string& out, const CChunkBase& base, const SChunk& chun
     base.Encode(out, chunk);
 }
 
-void PutEntryRecord(std::string& out, std::string_view path, const CPackedEntry& entry) {
+void PutEntryRecord(std::string& out, std::string_view path, CPackedView entry) {
     PutKind(out, ERecord::put);
     PutCounted(out, path);
     PutCounted(out, entry.GetBytes());

@@ -28,7 +28,7 @@ private:
 
 void PutBlockRecord(std::string& out, const SBlockExternalId& block);
 void PutChunkRecord(std::string& out, const CChunkBase& base, const SChunk& chunk);
-void PutEntryRecord(std::string& out, std::string_view path, const CPackedEntry& entry);
+void PutEntryRecord(std::string& out, std::string_view path, CPackedView entry);
 void PutRemoveRecord(std::string& out, std::string_view path);
 
 /// Applies a bank's records to the state; returns how many there were. Throws exc::CRuntimeExc, which names the place,

@@ -166,7 +166,7 @@ TEST(Records, PutsOutOfOrderAreTaken) {
     EXPECT_EQ(ReplayRecords(bytes, state), 6U);
     std::vector<std::string> paths;
     for (const auto& [path, entry] : state.GetEntries()) {
-        paths.push_back(path);
+        paths.emplace_back(path);
     }
     EXPECT_THAT(paths, testing::ElementsAre("", "a", "b", "c"));
 }

@@ -135,13 +135,18 @@ private:
         root.checkpoint = checkpoint_;
         CMetaState state = LoadKnown(path, root.storageId);
 
+        root.headerSha256 = WriteMetadata(root.storageId, state, ReadContent(state, root, read));
+        SetRoot(std::move(root));
+    }
+
+    /// What fills the stream takes much memory: it is gone before metadata is written, which takes much, too.
+    template <class Read>
+    SMetaChanges ReadContent(const CMetaState& state, SRoot& root, const Read& read) const {
         CChunkStream stream(StreamParams(state, root.storageId));
         SMetaChanges changes = read(state, stream, root.statistics);
         SStreamResult content = stream.Finish();
         AddContent(content, changes, root.statistics);
-
-        root.headerSha256 = WriteMetadata(root.storageId, state, std::move(changes));
-        SetRoot(std::move(root));
+        return changes;
     }
 
     /// Nothing but this run may have added to the set, or taken away what it builds on, since it began.

@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "agent/meta/MetaState.h"
 #include "agent/model/Entry.h"
@@ -26,24 +28,19 @@ public:
     /// A file of the same content, from the known state or from this run.
     [[nodiscard]] std::optional<std::vector<SSegment>> FindCopy(const digest::sha256_digest_t& sha256,
                                                                 std::uint64_t size);
-    /// Remembers a file that this run has read.
-    void Add(const SEntry& entry);
+    /// Remembers a file that this run has read, where it is recorded: it must stay there. One without a digest is of no
+    /// use.
+    void Add(CEntryRef file);
 
 private:
-    struct SHash {
-        std::size_t operator()(const digest::sha256_digest_t& sha256) const;
-    };
-    struct SContent {
-        std::uint64_t size;
-        std::vector<SSegment> segments;
-    };
-
     void LoadKnown();
+    [[nodiscard]] std::optional<SEntry> FindContent(const digest::sha256_digest_t& sha256, std::uint64_t size) const;
+    void Add(CEntryRef file, const SEntry& entry);
 
     const CMetaState& known_;
     bool loaded_ = false;
-    std::unordered_map<std::uint64_t, const std::string*> pathOfInode_;
-    std::unordered_map<digest::sha256_digest_t, SContent, SHash> content_;
+    std::vector<std::pair<std::uint64_t, CEntryRef>> knownByInode_;  // sorted: a map takes three times the memory
+    std::unordered_multimap<std::uint64_t, CEntryRef> byDigest_;     // by its first bytes: the entries have it whole
 };
 
 }  // namespace agent

@@ -29,23 +29,23 @@ bool IsSameBlock(const SBlockExternalId& a, const SBlockExternalId& b) {
 }
 
 /// What is to be put and removed so that `from` becomes `to`.
-void AddEntryChanges(const packed_entries_t& from, const packed_entries_t& to, SMetaChanges& changes) {
+void AddEntryChanges(const CEntryTable& from, const CEntryTable& to, SMetaChanges& changes) {
     const SPathLess isLess;
     auto old = from.begin();
     for (const auto& [path, entry] : to) {
-        for (; old != from.end() && isLess(old->first, path); ++old) {
-            changes.removed.insert(old->first);
+        for (; old != from.end() && isLess(old->GetPath(), path); ++old) {
+            changes.removed.emplace(old->GetPath());
         }
-        const bool isKnown = old != from.end() && old->first == path;
-        if (!isKnown || old->second != entry) {
-            changes.entries.emplace_hint(changes.entries.end(), path, entry);
+        const bool isKnown = old != from.end() && old->GetPath() == path;
+        if (!isKnown || old->GetEntry() != entry) {
+            changes.entries.Put(path, entry);
         }
         if (isKnown) {
             ++old;
         }
     }
     for (; old != from.end(); ++old) {
-        changes.removed.insert(old->first);
+        changes.removed.emplace(old->GetPath());
     }
 }
 

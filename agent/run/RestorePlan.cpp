@@ -30,16 +30,18 @@ public:
         : state_(state), filter_(filter), base_(base), existing_(existing), wantedOfChunk_(state.GetChunks().size()) {}
 
     SRestorePlan Run() {
-        for (const auto& [path, packed] : state_.GetEntries()) {
+        for (const CEntryRef item : state_.GetEntries()) {
+            const std::string path(item.GetPath());
+            const CPackedView packed = item.GetEntry();
             LeaveFolders(path);
             const bool isFolder = packed.GetType() == EEntryType::directory;
             const bool isTaken = filter_.Takes(path, isFolder);
             if (isFolder && IsPathAtOrUnder(path, base_)) {
-                open_.push_back({{&path, &packed}, isTaken});
+                open_.push_back({{item, packed}, isTaken});
             }
             if (isTaken) {
                 PutFolders();
-                AddEntry(path, packed);
+                AddEntry(item, path);
             }
         }
         PutWanted();
@@ -49,7 +51,7 @@ public:
 private:
     /// Folders that lead to where the walk is; they are planned when something in them is.
     void LeaveFolders(const std::string& path) {
-        while (!open_.empty() && !IsPathAtOrUnder(path, *open_.back().path)) {
+        while (!open_.empty() && !IsPathAtOrUnder(path, open_.back().name.GetPath())) {
             open_.pop_back();
             put_ = std::min(put_, open_.size());
         }
@@ -59,25 +61,26 @@ private:
         for (; put_ < open_.size(); ++put_) {
             SRestorePlan::SFolder folder = open_[put_];
             std::vector<SRestorePlan::SLocalRange> none;
-            folder.planned = Judge(*folder.path, folder.entry->Unpack(), {}, none);
+            folder.planned = Judge(folder.GetPath(), folder.entry.Unpack(), {}, none);
             plan_.folders.push_back(folder);
         }
     }
 
-    void AddEntry(const std::string& path, const CPackedEntry& packed) {
+    void AddEntry(CEntryRef item, const std::string& path) {
+        const CPackedView packed = item.GetEntry();
         const EEntryType type = packed.GetType();
         if (type == EEntryType::directory) {
             return;
         }
         const SEntry entry = packed.Unpack();
         if (type == EEntryType::file) {
-            AddFile(path, packed, entry);
+            AddFile(item, packed, entry);
         } else if (type == EEntryType::hardLink) {
-            AddHardLink(path, packed, entry);
+            AddHardLink(item, entry);
         } else {
             std::vector<SRestorePlan::SLocalRange> none;
-            const SRestorePlan::SItem item{&path, &packed, Judge(path, entry, {}, none)};
-            (item.planned == EPlanned::keep ? plan_.kept : plan_.others).push_back(item);
+            const SRestorePlan::SItem planned{item, packed, Judge(path, entry, {}, none)};
+            (planned.planned == EPlanned::keep ? plan_.kept : plan_.others).push_back(planned);
             DropSkipped(plan_.others);
         }
     }
@@ -92,61 +95,68 @@ private:
 
     /// The first name of a file that is restored gets the content, also when the file had another name before, and when
     /// that name stays with another file that stands there.
-    void AddHardLink(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
-        const auto original = state_.GetEntries().find(entry.target);
-        if (original == state_.GetEntries().end() || original->second.GetType() != EEntryType::file) {
+    void AddHardLink(CEntryRef item, const SEntry& entry) {
+        const CEntryRef original = state_.GetEntries().Find(entry.target);
+        if (original.IsNull() || original.GetEntry().GetType() != EEntryType::file) {
             SRestorePlan::SHardLink broken;
-            broken.path = &path;
-            broken.entry = &packed;
+            broken.name = item;
+            broken.entry = item.GetEntry();
             plan_.hardLinks.push_back(broken);
             return;
         }
-        const std::string* const first = FindFirstName(original->first);
-        if (first == nullptr) {
-            if (AddFile(path, original->second, original->second.Unpack()) != EPlanned::skip) {
-                firstNames_.emplace(&original->first, &path);
+        const CEntryRef first = FindFirstName(original);
+        if (first.IsNull()) {
+            if (AddFile(item, original.GetEntry(), original.GetEntry().Unpack()) != EPlanned::skip) {
+                firstNames_.emplace(original.GetId(), item);
             }
             return;
         }
         std::vector<SRestorePlan::SLocalRange> none;
         SRestorePlan::SHardLink link;
-        link.path = &path;
-        link.entry = &packed;
+        link.name = item;
+        link.entry = item.GetEntry();
         link.existing = first;
         SEntry asFile = entry;  // it is as old as the file
-        asFile.mtime = original->second.Unpack().mtime;
-        link.planned = Judge(path, asFile, {}, none);
+        asFile.mtime = original.GetEntry().Unpack().mtime;
+        link.planned = Judge(link.GetPath(), asFile, {}, none);
         plan_.hardLinks.push_back(link);
         DropSkipped(plan_.hardLinks);
     }
 
     /// The name that has the content of that file; null when none has it yet.
-    [[nodiscard]] const std::string* FindFirstName(const std::string& original) const {
-        const auto first = firstNames_.find(&original);
+    [[nodiscard]] CEntryRef FindFirstName(CEntryRef original) const {
+        const auto first = firstNames_.find(original.GetId());
         if (first != firstNames_.end()) {
             return first->second;
         }
-        return filter_.Takes(original, false) && !foreign_.contains(&original) ? &original : nullptr;
+        const bool isHere =
+            filter_.Takes(std::string(original.GetPath()), false) && !foreign_.contains(original.GetId());
+        return isHere ? original : CEntryRef();
     }
 
-    EPlanned AddFile(const std::string& path, const CPackedEntry& packed, const SEntry& entry) {
+    EPlanned AddFile(CEntryRef name, CPackedView packed, const SEntry& entry) {
         SRestorePlan::SFile file;
-        file.path = &path;
-        file.entry = &packed;
+        file.name = name;
+        file.entry = packed;
+        const std::string path = file.GetPath();
         file.size = entry.size;
         const std::size_t index = plan_.files.size();
         std::vector<wanted_t> pieces = PiecesOf(index, entry);
-        file.planned = Judge(path, entry, pieces, file.local);
+        std::vector<SRestorePlan::SLocalRange> local;
+        file.planned = Judge(path, entry, pieces, local);
         const EPlanned planned = file.planned;
         if (planned == EPlanned::skip) {
             ++plan_.skipped;
             if (!existing_->IsSameFile(path, entry)) {
-                foreign_.insert(&path);
+                foreign_.insert(name.GetId());
             }
         } else if (planned == EPlanned::keep) {
             plan_.kept.push_back(file);
         } else {
-            plan_.files.push_back(std::move(file));
+            plan_.files.push_back(file);
+            if (!local.empty()) {
+                plan_.local.emplace(index, std::move(local));
+            }
             AddPieces(index, entry, std::move(pieces));
         }
         return planned;
@@ -157,7 +167,7 @@ private:
         if (!isOnePiece && !pieces.empty()) {
             const auto [first, isFirst] = firstOfPlaces_.emplace(PlacesOf(entry), index);
             if (!isFirst) {
-                plan_.files[index].local.clear();
+                plan_.local.erase(index);
                 plan_.copies.push_back({index, first->second});
                 return;
             }
@@ -168,13 +178,13 @@ private:
             if (std::all_of(wanted.pieces.begin(), wanted.pieces.end(), isHere)) {
                 continue;
             }
-            plan_.files[index].pieces += wanted.pieces.size();
+            plan_.files[index].pieces += static_cast<std::uint32_t>(wanted.pieces.size());
             slot.insert(slot.end(), wanted.pieces.begin(), wanted.pieces.end());
         }
     }
 
     [[nodiscard]] bool IsLocal(std::size_t index, const SRestorePlan::SPiece& piece) const {
-        const auto& local = plan_.files[index].local;
+        const auto local = plan_.GetLocal(index);
         const auto after = std::upper_bound(local.begin(), local.end(), piece.fileOffset,
                                             [](std::uint64_t at, const auto& range) { return at < range.offset; });
         return after != local.begin() && std::prev(after)->offset == piece.fileOffset &&
@@ -222,8 +232,8 @@ private:
     std::size_t put_ = 0;  // so many of open_ are planned
     std::vector<std::vector<SRestorePlan::SPiece>> wantedOfChunk_;
     std::map<places_t, std::size_t> firstOfPlaces_;
-    std::unordered_map<const std::string*, const std::string*> firstNames_;
-    std::unordered_set<const std::string*> foreign_;  // names that stay with other files
+    std::unordered_map<const void*, CEntryRef> firstNames_;
+    std::unordered_set<const void*> foreign_;  // names that stay with other files
 };
 
 }  // namespace
@@ -239,6 +249,11 @@ std::uint64_t SRestorePlan::GetStoredBytes() const {
         sum += one.chunk->storedSize;
     }
     return sum;
+}
+
+std::span<const SRestorePlan::SLocalRange> SRestorePlan::GetLocal(std::size_t file) const {
+    const auto found = local.find(file);
+    return found == local.end() ? std::span<const SLocalRange>() : found->second;
 }
 
 std::uint64_t SRestorePlan::GetBytes() const {

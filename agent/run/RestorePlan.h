@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,16 +33,16 @@ struct SRestorePlan {
         digest::sha256_digest_t sha256;
     };
     struct SItem {
-        const std::string* path = nullptr;  ///< in the state
-        const CPackedEntry* entry = nullptr;
+        CEntryRef name;     ///< in the state
+        CPackedView entry;  ///< of a hard link's first name that is restored, the one of the file
         EPlanned planned = EPlanned::create;
+
+        [[nodiscard]] std::string GetPath() const { return std::string(name.GetPath()); }
     };
     struct SFile : SItem {
-        std::uint64_t size = 0;
         /// How many pieces are still to come; 0 for an empty file, a copy, and one that is there but for attributes.
-        std::size_t pieces = 0;
-        /// What the file that stands there has already.
-        std::vector<SLocalRange> local;
+        std::uint32_t pieces = 0;
+        std::uint64_t size = 0;
     };
     struct SFolder : SItem {
         /// False for a folder that only leads to what is restored.
@@ -61,11 +63,13 @@ struct SRestorePlan {
         std::size_t original;
     };
     struct SHardLink : SItem {
-        const std::string* existing = nullptr;  ///< in the state; null for a name of nothing
+        CEntryRef existing;  ///< in the state; null for a name of nothing
     };
 
     std::vector<SFolder> folders;  ///< parents first
     std::vector<SFile> files;
+    /// By file, what the one that stands there has already; few have any.
+    std::map<std::size_t, std::vector<SLocalRange>> local;
     std::vector<SWanted> wanted;
     std::vector<SCopy> copies;
     std::vector<SItem> others;  ///< symbolic links, fifos, devices
@@ -75,6 +79,8 @@ struct SRestorePlan {
 
     /// Chunks that come with the content, and the bytes in the store that are read for them.
     [[nodiscard]] std::uint64_t GetStoredBytes() const;
+    /// What the file has already.
+    [[nodiscard]] std::span<const SLocalRange> GetLocal(std::size_t file) const;
     /// Of the files that are written.
     [[nodiscard]] std::uint64_t GetBytes() const;
 };

@@ -171,7 +171,7 @@ private:
     /// Where the root's content goes. Opened once when it is the same for all, since it must be empty at first.
     [[nodiscard]] SPlace PlaceOf(const std::string& rootPath, const CMetaState& state) const {
         const auto& entries = state.GetEntries();
-        const bool isFolder = !entries.empty() && entries.begin()->second.GetType() == EEntryType::directory;
+        const bool isFolder = !entries.empty() && entries.begin()->GetEntry().GetType() == EEntryType::directory;
         if (!subfolder_.empty()) {
             const bool isUnder = IsInside(rootPath, subfolder_);
             return {AbsolutePath(options_.target), isUnder ? STargetMapping{{}, PathUnder(rootPath, subfolder_)}

@@ -9,8 +9,8 @@ namespace agent {
 namespace {
 
 std::optional<EEntryType> TypeAt(const CMetaState& state, const std::string& base, std::string_view path) {
-    const auto found = state.GetEntries().find(path.empty() ? base : base + "/" + std::string(path));
-    return found == state.GetEntries().end() ? std::nullopt : std::optional(found->second.GetType());
+    const CEntryRef found = state.GetEntries().Find(path.empty() ? base : base + "/" + std::string(path));
+    return found.IsNull() ? std::nullopt : std::optional(found.GetEntry().GetType());
 }
 
 }  // namespace

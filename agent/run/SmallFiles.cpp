@@ -41,7 +41,7 @@ void CSmallFiles::Write(SBatch& batch, std::size_t worker) {
     for (auto& file : batch.files) {
         try {
             targets_[worker].WriteFile(file.path, file.fileOffset, {batch.bytes.data() + file.begin, file.length},
-                                       file.entry->Unpack());
+                                       file.entry.Unpack());
         } catch (const CAttributesExc& fault) {
             file.attributeFault = fault.what();
         } catch (const std::exception& failure) {

@@ -22,7 +22,7 @@ public:
     struct SFile {
         std::size_t index = 0;  ///< the caller's
         std::string path;       ///< in the target
-        const CPackedEntry* entry = nullptr;
+        CPackedView entry;
         std::uint64_t fileOffset = 0;
         std::size_t begin = 0;  ///< in the batch's bytes
         std::size_t length = 0;
@@ -31,6 +31,8 @@ public:
         /// Which attribute could not be set, of a file that was written; empty for none.
         std::string attributeFault;
     };
+    /// The most files of a batch: what is known of each takes more memory than the bytes of the smallest.
+    static constexpr std::size_t batchFiles = 1024;
     struct SBatch {
         std::vector<char> bytes;
         std::vector<SFile> files;

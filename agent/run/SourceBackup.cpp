@@ -20,7 +20,7 @@ public:
     using CRuntimeExc::CRuntimeExc;
 };
 
-bool IsAtOrUnder(const std::string& path, const std::string& folder) {
+bool IsAtOrUnder(std::string_view path, std::string_view folder) {
     return folder.empty() || path == folder ||
            (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/');
 }
@@ -77,7 +77,7 @@ CSourceBackup::CSourceBackup(SSourceParams params, const CMetaState& known)
 SMetaChanges CSourceBackup::Run() {
     WalkTree(params_.root, *this, params_.filter);
     for (; cursor_ != known_.GetEntries().end(); ++cursor_) {
-        Remove(cursor_->first, cursor_->second.Unpack());
+        Remove(std::string(cursor_->GetPath()), cursor_->GetEntry().Unpack());
     }
     RepairKeptHardLinks();
     statistics_.removed = changes_.removed.size();
@@ -85,18 +85,17 @@ SMetaChanges CSourceBackup::Run() {
 }
 
 void CSourceBackup::SkipRemovedBefore(const std::string& path) {
-    const auto& less = known_.GetEntries().key_comp();
-    for (; cursor_ != known_.GetEntries().end() && less(cursor_->first, path); ++cursor_) {
-        Remove(cursor_->first, cursor_->second.Unpack());
+    for (; cursor_ != known_.GetEntries().end() && SPathLess()(cursor_->GetPath(), path); ++cursor_) {
+        Remove(std::string(cursor_->GetPath()), cursor_->GetEntry().Unpack());
     }
 }
 
 std::optional<SEntry> CSourceBackup::TakeKnown(const std::string& path) {
     SkipRemovedBefore(path);
-    if (cursor_ == known_.GetEntries().end() || cursor_->first != path) {
+    if (cursor_ == known_.GetEntries().end() || cursor_->GetPath() != path) {
         return std::nullopt;
     }
-    SEntry entry = cursor_->second.Unpack();
+    SEntry entry = cursor_->GetEntry().Unpack();
     ++cursor_;
     return entry;
 }
@@ -108,10 +107,10 @@ void CSourceBackup::Remove(const std::string& path, const SEntry& known) {
 
 void CSourceBackup::KeepKnownAt(const std::string& path) {
     SkipRemovedBefore(path);
-    for (; cursor_ != known_.GetEntries().end() && IsAtOrUnder(cursor_->first, path); ++cursor_) {
-        CountEntry(cursor_->second.Unpack());
-        if (cursor_->second.GetType() == EEntryType::hardLink) {
-            keptHardLinks_.push_back(cursor_->first);
+    for (; cursor_ != known_.GetEntries().end() && IsAtOrUnder(cursor_->GetPath(), path); ++cursor_) {
+        CountEntry(cursor_->GetEntry().Unpack());
+        if (cursor_->GetEntry().GetType() == EEntryType::hardLink) {
+            keptHardLinks_.emplace_back(cursor_->GetPath());
         }
     }
 }
@@ -338,7 +337,6 @@ void CSourceBackup::StoreSmallContent(SEntry& entry) {
     for (const auto& run : smallRuns_) {
         AppendData(entry, run.offset, content.subspan(run.offset, run.size));
     }
-    index_.Add(entry);
 }
 
 void CSourceBackup::ReadLargeContent(const posix::posix_file_t& file, SEntry& entry) {
@@ -373,7 +371,10 @@ void CSourceBackup::Put(const std::string& path, const SEntry& entry, const std:
         return;
     }
     try {
-        changes_.Put(path, entry);
+        const CEntryRef kept = changes_.Put(path, entry);
+        if (entry.contentSha256) {
+            index_.Add(kept);
+        }
     } catch (const exc::CRuntimeExc& failure) {
         throw CNotKeptExc("cannot be kept: %1", failure.what());
     }
@@ -416,9 +417,9 @@ void CSourceBackup::Trouble(const std::string& path, const std::string& reason) 
 void CSourceBackup::RepairKeptHardLinks() {
     for (const auto& path : keptHardLinks_) {
         const auto link = known_.Find(path);
-        const auto target = changes_.entries.find(link->target);
+        const CEntryRef target = changes_.entries.Find(link->target);
         const bool isGone = changes_.removed.contains(link->target) ||
-                            (target != changes_.entries.end() && !IsSameFile(*link, target->second.Unpack()));
+                            (!target.IsNull() && !IsSameFile(*link, target.GetEntry().Unpack()));
         if (isGone) {
             changes_.Put(path, *known_.Find(link->target));
         }

@@ -110,7 +110,7 @@ private:
     void Trouble(const std::string& path, const std::string& reason);
     void RepairKeptHardLinks();
 
-    using cursor_t = packed_entries_t::const_iterator;
+    using cursor_t = CEntryTable::const_iterator;
     using inode_key_t = std::pair<std::uint64_t, std::uint64_t>;  // device, inode
     struct SRun {
         std::uint64_t offset;

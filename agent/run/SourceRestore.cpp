@@ -63,7 +63,7 @@ CSourceRestore::CSourceRestore(const CMetaState& state, CRestoreTarget target, S
 void CSourceRestore::FindDeletions() {
     for (const auto& folder : plan_.folders) {
         if (folder.planned == EPlanned::keep) {
-            Try(*folder.path, [&] { FindDeletionsIn(*folder.path); });
+            Try(folder.GetPath(), [&] { FindDeletionsIn(folder.GetPath()); });
         }
     }
 }
@@ -79,7 +79,7 @@ void CSourceRestore::FindDeletionsIn(const std::string& folder) {
     }
     for (const auto& name : target_.ListNames(TargetPath(folder))) {
         const std::string path = folder.empty() ? name : folder + "/" + name;
-        if (state_.GetEntries().find(path) == state_.GetEntries().end()) {
+        if (state_.GetEntries().Find(path).IsNull()) {
             Try(path, [&] { FindDeletionsAt(path); });
         }
     }
@@ -110,7 +110,7 @@ void CSourceRestore::TellPlan() const {
     const auto tell = [&](const SRestorePlan::SItem& item) {
         if (sinks_.onAction && (item.planned == EPlanned::create || item.planned == EPlanned::replace)) {
             sinks_.onAction(item.planned == EPlanned::create ? ERestoreAction::create : ERestoreAction::replace,
-                            target_.FullPath(TargetPath(*item.path)));
+                            target_.FullPath(TargetPath(item.GetPath())));
         }
     };
     std::for_each(plan_.folders.begin(), plan_.folders.end(), tell);
@@ -212,9 +212,9 @@ void CSourceRestore::Done(const std::string& path, EPlanned planned, std::uint64
 void CSourceRestore::MakeFolders() {
     for (std::size_t i = 0; i < plan_.folders.size(); ++i) {
         const auto& folder = plan_.folders[i];
-        const bool isMade = Try(*folder.path, [&] {
-            MakeWay(*folder.path, folder.planned);
-            isNewFolder_[i] = target_.MakeFolder(TargetPath(*folder.path));
+        const bool isMade = Try(folder.GetPath(), [&] {
+            MakeWay(folder.GetPath(), folder.planned);
+            isNewFolder_[i] = target_.MakeFolder(TargetPath(folder.GetPath()));
         });
         statistics_.folders += isMade ? 1U : 0U;
     }
@@ -247,7 +247,7 @@ void CSourceRestore::RestoreFilesWithoutChunks() {
         if (plan_.files[i].pieces != 0 || isCopy[i]) {
             continue;
         }
-        const std::string& path = *plan_.files[i].path;
+        const std::string& path = plan_.files[i].GetPath();
         if (!Try(path, [&] { FinishFile(i, std::move(OpenFile(i))); })) {
             failed_[i] = true;
         }
@@ -269,8 +269,8 @@ void CSourceRestore::RestoreContent(const SChunkSource& source) {
 
 bool CSourceRestore::IsSmall(const SRestorePlan::SPiece& piece) const {
     const auto& file = plan_.files[piece.file];
-    return file.pieces == 1 && file.planned == EPlanned::create && file.size <= smallFileSize && file.local.empty() &&
-           !open_.contains(piece.file);
+    return file.pieces == 1 && file.planned == EPlanned::create && file.size <= smallFileSize &&
+           plan_.GetLocal(piece.file).empty() && !open_.contains(piece.file);
 }
 
 void CSourceRestore::OnChunk(std::size_t index, std::span<const char> plain) {
@@ -289,7 +289,7 @@ void CSourceRestore::OnChunk(std::size_t index, std::span<const char> plain) {
             GiveUp(piece.file, failure.what());
         }
         // Outside: what the sink throws ends the run.
-        Tell(*plan_.files[piece.file].path, finished_[piece.file] ? 1 : 0, piece.length);
+        Tell(plan_.files[piece.file].GetPath(), finished_[piece.file] ? 1 : 0, piece.length);
     }
     if (small != 0) {
         Submit(index, plain);
@@ -299,26 +299,34 @@ void CSourceRestore::OnChunk(std::size_t index, std::span<const char> plain) {
 /// Hands the small files of a chunk over, with a copy of its bytes.
 void CSourceRestore::Submit(std::size_t index, std::span<const char> plain) {
     auto batch = std::make_unique<CSmallFiles::SBatch>();
-    batch->bytes.assign(plain.begin(), plain.end());
+    const auto submit = [&] {
+        smallFiles_->Submit(std::exchange(batch, std::make_unique<CSmallFiles::SBatch>()));
+        CollectSmallFiles(false);
+    };
     for (const auto& piece : plan_.wanted[index].pieces) {
         const auto& file = plan_.files[piece.file];
         if (!failed_[piece.file] && IsSmall(piece)) {
             batch->files.push_back({piece.file,
-                                    TargetPath(*file.path),
+                                    TargetPath(file.GetPath()),
                                     file.entry,
                                     piece.fileOffset,
-                                    piece.chunkOffset,
+                                    batch->bytes.size(),
                                     piece.length,
                                     {},
                                     {}});
+            const auto bytes = plain.subspan(piece.chunkOffset, piece.length);
+            batch->bytes.insert(batch->bytes.end(), bytes.begin(), bytes.end());
+            if (batch->files.size() == CSmallFiles::batchFiles) {
+                submit();
+            }
             if (options_.verify) {
-                const auto bytes = plain.subspan(piece.chunkOffset, piece.length);
                 written_[piece.file].push_back({{piece.fileOffset, piece.length}, digest::Sha256(bytes)});
             }
         }
     }
-    smallFiles_->Submit(std::move(batch));
-    CollectSmallFiles(false);
+    if (!batch->files.empty()) {
+        submit();
+    }
 }
 
 void CSourceRestore::CollectSmallFiles(bool all) {
@@ -329,14 +337,14 @@ void CSourceRestore::CollectSmallFiles(bool all) {
             finished_[file.index] = file.failure.empty();
             failed_[file.index] = !finished_[file.index];
             if (failed_[file.index]) {
-                Trouble(*planned.path, file.failure);
+                Trouble(planned.GetPath(), file.failure);
             } else {
                 if (!file.attributeFault.empty()) {
-                    Trouble(*planned.path, file.attributeFault);
+                    Trouble(planned.GetPath(), file.attributeFault);
                 }
-                Done(*planned.path, planned.planned, planned.size);
+                Done(planned.GetPath(), planned.planned, planned.size);
             }
-            Tell(*planned.path, 1, file.length);
+            Tell(planned.GetPath(), 1, file.length);
         }
     }
 }
@@ -362,11 +370,11 @@ STargetFile& CSourceRestore::OpenFile(std::size_t index) {
         throw exc::CRuntimeExc("too many files share the same content");
     }
     const auto& file = plan_.files[index];
-    const std::string target = TargetPath(*file.path);
+    const std::string target = TargetPath(file.GetPath());
     STargetFile created = target_.CreateFile(target, file.size);
-    if (!file.local.empty()) {
+    if (const auto local = plan_.GetLocal(index); !local.empty()) {
         const posix::posix_file_t old = target_.OpenFile(target);
-        for (const auto& range : file.local) {
+        for (const auto& range : local) {
             CRestoreTarget::CopyRange(old, created, range);
             if (options_.verify) {  // by what it was when it was compared: it may have changed since
                 written_[index].push_back({range, range.sha256});
@@ -392,50 +400,50 @@ void CSourceRestore::WritePiece(const SRestorePlan::SPiece& piece, std::span<con
 
 void CSourceRestore::FinishFile(std::size_t index, STargetFile file) {
     const auto& planned = plan_.files[index];
-    const auto now = planned.planned == EPlanned::replace ? target_.Find(TargetPath(*planned.path)) : std::nullopt;
+    const auto now = planned.planned == EPlanned::replace ? target_.Find(TargetPath(planned.GetPath())) : std::nullopt;
     if (now && now->type == EEntryType::directory) {
-        MakeWay(*planned.path, planned.planned);
+        MakeWay(planned.GetPath(), planned.planned);
     }
-    TellAttributes(*planned.path,
-                   [&] { target_.FinishFile(std::move(file), planned.entry->Unpack(), ReplaceWhat(planned.planned)); });
+    TellAttributes(planned.GetPath(),
+                   [&] { target_.FinishFile(std::move(file), planned.entry.Unpack(), ReplaceWhat(planned.planned)); });
     finished_[index] = true;
-    Done(*planned.path, planned.planned, planned.size);
+    Done(planned.GetPath(), planned.planned, planned.size);
 }
 
 void CSourceRestore::GiveUp(std::size_t index, const std::string& reason) {
     failed_[index] = true;
     open_.erase(index);
-    Trouble(*plan_.files[index].path, reason);
+    Trouble(plan_.files[index].GetPath(), reason);
 }
 
 void CSourceRestore::RestoreCopies() {
     for (const auto& copy : plan_.copies) {
         const auto& file = plan_.files[copy.file];
-        const std::string& original = *plan_.files[copy.original].path;
+        const std::string& original = plan_.files[copy.original].GetPath();
         if (!finished_[copy.original]) {
-            Trouble(*file.path, "has the content of '" + original + "', which could not be restored");
+            Trouble(file.GetPath(), "has the content of '" + original + "', which could not be restored");
             continue;
         }
-        Try(*file.path, [&] {
-            auto target = target_.CreateFile(TargetPath(*file.path), file.size);
+        Try(file.GetPath(), [&] {
+            auto target = target_.CreateFile(TargetPath(file.GetPath()), file.size);
             target_.CopyContent(TargetPath(original), target);
             if (options_.verify) {
                 written_[copy.file] = written_[copy.original];
             }
             FinishFile(copy.file, std::move(target));
         });
-        Tell(*file.path, 1, file.size);
+        Tell(file.GetPath(), 1, file.size);
     }
 }
 
 void CSourceRestore::RestoreOthers() {
     for (const auto& other : plan_.others) {
-        const bool isRestored = Try(*other.path, [&] {
-            MakeWay(*other.path, other.planned);
-            TellAttributes(*other.path, [&] { RestoreOther(TargetPath(*other.path), other.entry->Unpack()); });
+        const bool isRestored = Try(other.GetPath(), [&] {
+            MakeWay(other.GetPath(), other.planned);
+            TellAttributes(other.GetPath(), [&] { RestoreOther(TargetPath(other.GetPath()), other.entry.Unpack()); });
         });
         statistics_.others += isRestored ? 1U : 0U;
-        Tell(*other.path, 0, 0);
+        Tell(other.GetPath(), 0, 0);
     }
 }
 
@@ -450,12 +458,12 @@ void CSourceRestore::RestoreOther(const std::string& path, const SEntry& entry) 
 void CSourceRestore::RestoreHardLinks() {
     for (std::size_t i = 0; i < plan_.files.size(); ++i) {
         if (!plan_.hardLinks.empty() && !finished_[i]) {
-            lost_.insert(plan_.files[i].path);
+            lost_.insert(plan_.files[i].name.GetId());
         }
     }
     for (const auto& link : plan_.hardLinks) {
         bool isNew = false;
-        if (Try(*link.path, [&] { isNew = RestoreHardLink(link); })) {
+        if (Try(link.GetPath(), [&] { isNew = RestoreHardLink(link); })) {
             ++(isNew ? statistics_.others : statistics_.unchanged);
         }
     }
@@ -463,20 +471,21 @@ void CSourceRestore::RestoreHardLinks() {
 
 /// False when it is there.
 bool CSourceRestore::RestoreHardLink(const SRestorePlan::SHardLink& link) {
-    if (link.existing == nullptr) {
+    if (link.existing.IsNull()) {
         throw exc::CRuntimeExc("is another name of what is no file of the checkpoint");
     }
-    if (lost_.contains(link.existing)) {
-        throw exc::CRuntimeExc("is another name of '" + *link.existing + "', which could not be restored");
+    if (lost_.contains(link.existing.GetId())) {
+        throw exc::CRuntimeExc("is another name of '" + std::string(link.existing.GetPath()) +
+                               "', which could not be restored");
     }
-    const std::string existing = TargetPath(*link.existing);
-    const std::string path = TargetPath(*link.path);
+    const std::string existing = TargetPath(std::string(link.existing.GetPath()));
+    const std::string path = TargetPath(link.GetPath());
     const auto first = target_.Find(existing);
     const auto now = link.planned == EPlanned::create ? std::nullopt : target_.Find(path);
     if (first && now && first->inode == now->inode && first->device == now->device) {
         return false;
     }
-    MakeWay(*link.path, link.planned);
+    MakeWay(link.GetPath(), link.planned);
     target_.MakeHardLink(path, existing);
     return true;
 }
@@ -484,9 +493,9 @@ bool CSourceRestore::RestoreHardLink(const SRestorePlan::SHardLink& link) {
 void CSourceRestore::UpdateKept() {
     for (const auto& item : plan_.kept) {
         const bool isRight =
-            Try(*item.path, [&] { target_.UpdateAttributes(TargetPath(*item.path), item.entry->Unpack()); });
+            Try(item.GetPath(), [&] { target_.UpdateAttributes(TargetPath(item.GetPath()), item.entry.Unpack()); });
         statistics_.unchanged += isRight ? 1U : 0U;
-        Tell(*item.path, 0, 0);
+        Tell(item.GetPath(), 0, 0);
     }
 }
 
@@ -497,9 +506,9 @@ void CSourceRestore::FinishFolders() {
         const bool isOurs = isNewFolder_[i] || (folder.isSelected && folder.planned != EPlanned::skip);
         // The folder that the user named stays as it is, unless it stands for one of the checkpoint.
         if (isOurs) {
-            Try(*folder.path, [&] {
-                const SEntry entry = folder.entry->Unpack();
-                const std::string path = TargetPath(*folder.path);
+            Try(folder.GetPath(), [&] {
+                const SEntry entry = folder.entry.Unpack();
+                const std::string path = TargetPath(folder.GetPath());
                 isNewFolder_[i] ? target_.FinishFolder(path, entry) : void(target_.UpdateAttributes(path, entry));
             });
         }
@@ -532,9 +541,9 @@ void CSourceRestore::VerifyFiles() {
     for (std::size_t i = 0; i < plan_.files.size(); ++i) {
         const auto& file = plan_.files[i];
         if (finished_[i]) {
-            const auto verify = [&] { VerifyFile(TargetPath(*file.path), file.size, written_[i]); };
-            statistics_.verified += Try(*file.path, verify) ? 1U : 0U;
-            Tell(*file.path, 0, 0);
+            const auto verify = [&] { VerifyFile(TargetPath(file.GetPath()), file.size, written_[i]); };
+            statistics_.verified += Try(file.GetPath(), verify) ? 1U : 0U;
+            Tell(file.GetPath(), 0, 0);
         }
     }
 }

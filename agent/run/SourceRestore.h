@@ -140,7 +140,7 @@ private:
     std::vector<bool> finished_;                      // by file
     std::vector<std::vector<SPieceDigest>> written_;  // by file, when they are to be verified
     std::vector<bool> isNewFolder_;                   // by folder
-    std::set<const std::string*> lost_;               // names whose content did not come
+    std::set<const void*> lost_;                      // names whose content did not come
     SRestoreStatistics statistics_;
     std::optional<CSmallFiles> smallFiles_;
 };

@@ -105,7 +105,7 @@ SMetaChanges ReadInput(const SInputOptions& input, const CMetaState& known, CChu
     SMetaChanges changes;
     for (const auto& [path, packed] : known.GetEntries()) {
         if (!path.empty()) {
-            changes.removed.insert(path);
+            changes.removed.emplace(path);
         }
     }
     changes.Put("", entry);

@@ -36,7 +36,7 @@ const std::vector<std::string> secrets{material, wrapped, salt, printableMateria
 
 crypto::sec_bytes_t Bytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-key_ptr Key(std::uint8_t number, const std::string& keys, std::uint8_t master = 99) {
+key_ptr SecretKey(std::uint8_t number, const std::string& keys, std::uint8_t master = 99) {
     return std::make_shared<crypto::CKeySet>(
         crypto::CKeySetId(RawId(number)), L"hint " + std::to_wstring(number), Bytes(keys),
         std::vector<crypto::CRestoreKeyRepairRec>{{RawId(master), Bytes(wrapped)}});
@@ -97,15 +97,15 @@ protected:
         auto& external = dynamic_cast<CCloudExternalRepository&>(repository);
         Try([&] { external.UpdateClientInfo(); });
         Try([&] { external.EnsureClientInfo(Guid(10)); });
-        Try([&] { external.SetEncryptionKey({}, Key(1, material), Salt()); });
-        Try([&] { external.AddHistoricalKey({}, Key(1, material)); });
-        Try([&] { external.AddHistoricalKey({}, Key(2, "", 3)); });
-        Try([&] { external.AddHistoricalKey({}, Key(4, printableMaterial)); });  // breaks the chain
-        Try([&] { external.AddHistoricalKey({}, Key(3, printableMaterial)); });
+        Try([&] { external.SetEncryptionKey({}, SecretKey(1, material), Salt()); });
+        Try([&] { external.AddHistoricalKey({}, SecretKey(1, material)); });
+        Try([&] { external.AddHistoricalKey({}, SecretKey(2, "", 3)); });
+        Try([&] { external.AddHistoricalKey({}, SecretKey(4, printableMaterial)); });  // breaks the chain
+        Try([&] { external.AddHistoricalKey({}, SecretKey(3, printableMaterial)); });
         Try([&] { external.UpdateClientKeyInfo(Guid(10), CCloudClientKeyInfo()); });
         Try([&] { external.UpdateClientKeyHistory(Guid(10), *external.LoadClientKeyHistory(Guid(10))); });
-        Try([&] { external.SetEncryptionKey({}, Key(1, material), nullptr); });
-        Try([&] { external.SetEncryptionKey({}, Key(3, printableMaterial), Salt()); });
+        Try([&] { external.SetEncryptionKey({}, SecretKey(1, material), nullptr); });
+        Try([&] { external.SetEncryptionKey({}, SecretKey(3, printableMaterial), Salt()); });
     }
 
     unsigned failures_ = 0;
@@ -198,7 +198,7 @@ TEST_F(RepositorySecrets, AreKeptWhenACharacterIsWrong) {
     tryEverywhere(historyPath);
     // With every padding: behind a stray quote the rest of a value may look like an attribute.
     for (std::size_t size = salt.size() - 2; size <= salt.size(); ++size) {
-        repository->SetEncryptionKey({}, Key(1, material),
+        repository->SetEncryptionKey({}, SecretKey(1, material),
                                      std::make_shared<crypto::sec_bytes_t>(Bytes(salt.substr(0, size))));
         tryEverywhere(keyPath);
     }
