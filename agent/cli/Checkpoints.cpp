@@ -27,7 +27,7 @@ SRootStatistics SumOf(const SCheckpointInfo& info) {
     return sum;
 }
 
-std::string Join(const std::vector<std::string>& texts, const char* separator) {
+std::string JoinEscaped(const std::vector<std::string>& texts, const char* separator) {
     std::string joined;
     for (const auto& text : texts) {
         joined += (joined.empty() ? "" : separator) + EscapePath(text);
@@ -94,7 +94,7 @@ private:
         for (const auto& root : info.document.roots) {
             paths.push_back(root.path);
         }
-        PrintLine(row.data() + Join(paths, ", ") + NotesOf(info));
+        PrintLine(row.data() + JoinEscaped(paths, ", ") + NotesOf(info));
     }
 
     /// Tags, description and the long-term mark: most checkpoints have none, so they share the end of the line.
@@ -104,7 +104,7 @@ private:
             notes += "  [long-term]";
         }
         if (!info.document.tags.empty()) {
-            notes += "  [" + Join(info.document.tags, ", ") + "]";
+            notes += "  [" + JoinEscaped(info.document.tags, ", ") + "]";
         }
         return notes + (info.document.description.empty() ? "" : "  " + EscapePath(info.document.description));
     }

@@ -19,7 +19,7 @@ struct SChangeForm {
 constexpr std::array<SChangeForm, 4> changeForms{
     {{"+", "added"}, {"-", "removed"}, {"M", "modified"}, {"U", "attributes"}}};
 
-const SChangeForm& FormOf(EChange change) { return changeForms[static_cast<std::size_t>(change)]; }
+const SChangeForm& FormOf(EDifference change) { return changeForms[static_cast<std::size_t>(change)]; }
 
 class CDiffCommand : public ICommand {
 public:
@@ -88,7 +88,7 @@ private:
         STotal& total = totals_[static_cast<std::size_t>(difference.change)];
         (entry.type == EEntryType::file ? total.files : total.others) += 1;
         total.bytes += entry.size;
-        const bool isShown = difference.change != EChange::attributes || showAttributes_;
+        const bool isShown = difference.change != EDifference::attributes || showAttributes_;
         if (isShown && output_ == EOutput::json) {
             PrintJson(ToJson(root, difference, entry));
         } else if (isShown && output_ == EOutput::text) {

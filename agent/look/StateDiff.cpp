@@ -59,10 +59,10 @@ public:
         auto b = right.begin();
         while (a != left.end() || b != right.end()) {
             if (b == right.end() || (a != left.end() && SPathLess()(a->GetPath(), b->GetPath()))) {
-                sink_({EChange::removed, std::string(a->GetPath()), a->GetEntry().Unpack(), std::nullopt});
+                sink_({EDifference::removed, std::string(a->GetPath()), a->GetEntry().Unpack(), std::nullopt});
                 ++a;
             } else if (a == left.end() || SPathLess()(b->GetPath(), a->GetPath())) {
-                sink_({EChange::added, std::string(b->GetPath()), std::nullopt, b->GetEntry().Unpack()});
+                sink_({EDifference::added, std::string(b->GetPath()), std::nullopt, b->GetEntry().Unpack()});
                 ++b;
             } else {
                 Compare(std::string(a->GetPath()), a->GetEntry().Unpack(), b->GetEntry().Unpack());
@@ -75,9 +75,9 @@ public:
 private:
     void Compare(const std::string& path, SEntry before, SEntry after) {
         if (!IsSame(before, after)) {
-            sink_({EChange::modified, path, std::move(before), std::move(after)});
+            sink_({EDifference::modified, path, std::move(before), std::move(after)});
         } else if (!DescribeAttributes(before, after).empty()) {
-            sink_({EChange::attributes, path, std::move(before), std::move(after)});
+            sink_({EDifference::attributes, path, std::move(before), std::move(after)});
         }
     }
 

@@ -10,7 +10,7 @@
 
 namespace agent {
 
-enum class EChange : std::uint8_t {
+enum class EDifference : std::uint8_t {
     added,
     removed,
     modified,    ///< another content, type, link target or device
@@ -18,7 +18,7 @@ enum class EChange : std::uint8_t {
 };
 
 struct SDifference {
-    EChange change = EChange::added;
+    EDifference change = EDifference::added;
     /// In the storage.
     std::string path;
     std::optional<SEntry> before;

@@ -6,7 +6,7 @@ namespace {
 
 using agent::CMetaState;
 using agent::CPackedEntry;
-using agent::EChange;
+using agent::EDifference;
 using agent::EEntryType;
 using agent::SChunk;
 using agent::SDifference;
@@ -55,8 +55,8 @@ std::vector<std::string> Diff(const CMetaState& before, const CMetaState& after,
     agent::DiffStates(before, after, path, [&](const SDifference& difference) {
         static constexpr std::string_view letters = "+-MU";
         texts.push_back(letters[static_cast<std::size_t>(difference.change)] + difference.path);
-        EXPECT_EQ(difference.before.has_value(), difference.change != EChange::added);
-        EXPECT_EQ(difference.after.has_value(), difference.change != EChange::removed);
+        EXPECT_EQ(difference.before.has_value(), difference.change != EDifference::added);
+        EXPECT_EQ(difference.after.has_value(), difference.change != EDifference::removed);
     });
     return texts;
 }

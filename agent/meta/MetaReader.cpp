@@ -13,7 +13,7 @@ namespace agent {
 
 namespace {
 
-const logging::section_t logSection("agent.meta");
+const logging::section_t readerLog("agent.meta");
 
 constexpr std::uint64_t pieceSize = std::uint64_t{1} << 20;
 
@@ -142,7 +142,7 @@ bool IsIntact(const std::string& path, std::uint64_t version) {
         }
         return true;
     } catch (const exc::CExc& failure) {
-        logSection.Info("Metadata file '%1' is not intact: %2", path, failure.what());
+        readerLog.Info("Metadata file '%1' is not intact: %2", path, failure.what());
         return false;
     }
 }

@@ -15,7 +15,7 @@ namespace agent {
 
 namespace {
 
-const logging::section_t logSection("agent.meta");
+const logging::section_t writerLog("agent.meta");
 
 /// So many dead records are carried along before they are worth a rewrite.
 constexpr std::uint64_t minDeadRecords = 4096;
@@ -128,8 +128,8 @@ private:
         for (std::size_t i = 0; i < header_.banks.size(); ++i) {
             layout.banks.push_back({header_.banks[i].offset, header_.banks[i].storedSize, i >= firstNew_});
         }
-        logSection.Tr("Metadata version %1: %2 banks, %3 of them new, %4 live records, %5 dead", header_.version,
-                      layout.banks.size(), layout.banks.size() - firstNew_, header_.CountLive(), header_.deadRecords);
+        writerLog.Tr("Metadata version %1: %2 banks, %3 of them new, %4 live records, %5 dead", header_.version,
+                     layout.banks.size(), layout.banks.size() - firstNew_, header_.CountLive(), header_.deadRecords);
         return layout;
     }
 
@@ -162,7 +162,7 @@ SMetaLayout WriteFile(const SMetaTarget& target, CMetaState& state, SMetaChanges
         try {
             util::fs_file_delete(target.newPath);
         } catch (const exc::CExc& failure) {
-            logSection.Warn("Unfinished metadata file stays: %1", failure.what());
+            writerLog.Warn("Unfinished metadata file stays: %1", failure.what());
         }
         throw;
     }

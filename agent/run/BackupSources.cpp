@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <set>
 
+#include "agent/run/OpenedRepository.h"
 #include "common/exc.h"
 
 namespace agent {
@@ -88,11 +89,6 @@ std::string ListRoots(const SSetDocument& document) {
         text += (text.empty() ? "" : ", ") + EscapePath(root.path);
     }
     return text.empty() ? "none" : text;
-}
-
-std::string HostName() {
-    char name[256] = {};
-    return ::gethostname(name, sizeof(name) - 1) == 0 ? name : "unknown";
 }
 
 std::string UserName() {

@@ -16,14 +16,6 @@ namespace {
 constexpr const char* clientType = "cloudbackup";
 constexpr const char* defaultRepository = "cloudbackup";
 
-std::string HostName() {
-    std::array<char, 256> name{};
-    if (::gethostname(name.data(), name.size() - 1) != 0) {
-        return "unknown";
-    }
-    return name.data();
-}
-
 /// A set is a folder's name in the store and on this machine.
 void CheckSetName(const std::string& set) {
     const auto allowed = [](char c) {
@@ -112,6 +104,14 @@ guid::guid_t ChooseClient(const std::vector<backup::SCloudRepoIdentity>& clients
 }
 
 }  // namespace
+
+std::string HostName() {
+    std::array<char, 256> name{};
+    if (::gethostname(name.data(), name.size() - 1) != 0) {
+        return "unknown";
+    }
+    return name.data();
+}
 
 backup::SCloudRepoIdentity FindClient(backup::ICloudRepository& repository, const guid::guid_t& id) {
     const auto clients = repository.EnumClients();

@@ -41,6 +41,9 @@ guid::guid_t CreateRepository(const SRepositoryOptions& options);
 [[nodiscard]] std::shared_ptr<cloudbackuplib::backup::ICloudRepository> OpenCloudRepository(
     const SRepositoryOptions& options, const std::optional<guid::guid_t>& as = {});
 
+/// This machine's name; "unknown" when the system does not tell.
+[[nodiscard]] std::string HostName();
+
 /// One of the repository's clients. Throws exc::CRuntimeExc that names those there are.
 [[nodiscard]] cloudbackuplib::backup::SCloudRepoIdentity FindClient(
     cloudbackuplib::backup::ICloudRepository& repository, const guid::guid_t& id);

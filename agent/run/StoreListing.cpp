@@ -30,7 +30,7 @@ std::vector<listing_t> ListFolders(cloudclientlib::ICloudClient& client, const s
     return listings;
 }
 
-std::optional<std::uint8_t> HexValue(char digit) {
+std::optional<std::uint8_t> BlockDigitValue(char digit) {
     if (digit >= '0' && digit <= '9') {
         return static_cast<std::uint8_t>(digit - '0');
     }
@@ -47,8 +47,8 @@ std::optional<digest::md5_digest_t> FromBlockName(const std::string& name) {
         return std::nullopt;
     }
     for (std::size_t i = 0; i < md5.bytes.size(); ++i) {
-        const auto high = HexValue(name[2 * i]);
-        const auto low = HexValue(name[2 * i + 1]);
+        const auto high = BlockDigitValue(name[2 * i]);
+        const auto low = BlockDigitValue(name[2 * i + 1]);
         if (!high || !low) {
             return std::nullopt;
         }

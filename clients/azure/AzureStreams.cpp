@@ -15,9 +15,9 @@ using cloudclientlib::EFailure;
 
 /// How often a range is asked for, and how long is waited before the second time.
 constexpr unsigned attempts = 3;
-constexpr std::chrono::milliseconds firstDelay(250);
+constexpr std::chrono::milliseconds firstRetryDelay(250);
 /// A service that asks for more of it is left to the caller.
-constexpr std::chrono::milliseconds longestDelay = std::chrono::seconds(10);
+constexpr std::chrono::milliseconds longestRetryDelay = std::chrono::seconds(10);
 
 /// What the ranges of a download have in common; used by one of them at a time.
 struct SDownload {
@@ -39,7 +39,7 @@ struct SDownload {
     }
 
     void ReadPatiently(std::uint64_t offset, std::uint64_t size, const http::buffer_ptr& buffer) const {
-        std::chrono::milliseconds delay = firstDelay;
+        std::chrono::milliseconds delay = firstRetryDelay;
         for (unsigned attempt = 1;; ++attempt) {
             std::chrono::milliseconds asked(0);
             try {
@@ -47,7 +47,7 @@ struct SDownload {
                 return;
             } catch (const CCloudExc& failure) {
                 asked = failure.GetRetryAfter();
-                if (attempt == attempts || failure.GetKind() != EFailure::transient || asked > longestDelay) {
+                if (attempt == attempts || failure.GetKind() != EFailure::transient || asked > longestRetryDelay) {
                     throw;
                 }
             }
