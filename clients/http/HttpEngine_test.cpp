@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <future>
@@ -281,6 +282,25 @@ TEST(HttpEngine, ProxiesAreAskedWithTheirUser) {
     EXPECT_EQ(RunOnce("http://store.example/x", options).answer.status, 200);
     EXPECT_EQ(seen.target, "http://store.example/x");
     EXPECT_EQ(seen.headers["proxy-authorization"], "Basic am9lOnA6dw==");
+}
+
+// Neither a tunnel nor what goes in clear is tried again: the same answer would come.
+TEST(HttpEngine, AProxyThatRefusesIsToldAsSuch) {
+    std::atomic<int> status = 407;
+    CFakeServer proxy([&](const SFakeRequest&) { return SFakeAnswer{.status = status}; });
+    SHttpOptions options;
+    options.proxy = proxy.GetEndpoint();
+    for (const char* url : {"http://store.example/x", "https://store.example/x"}) {
+        const SHttpResult result = RunOnce(url, options);
+        ASSERT_TRUE(result.failure) << url;
+        EXPECT_EQ(result.failure->text, "the proxy wants a user and a password, or others (HTTP 407)");
+        EXPECT_FALSE(result.failure->retryable);
+    }
+    status = 403;
+    const SHttpResult refused = RunOnce("https://store.example/x", options);
+    ASSERT_TRUE(refused.failure);
+    EXPECT_EQ(refused.failure->text, "the proxy refuses the connection (HTTP 403)");
+    EXPECT_FALSE(refused.failure->retryable);
 }
 
 TEST(HttpAnswer, TellsHowLongToWait) {

@@ -17,6 +17,7 @@ constexpr std::uint64_t mostErrorBody = 1U << 20U;
 /// Of what nobody asked for: to end the transfer costs a new connection.
 constexpr std::uint64_t mostBehindRange = 1U << 20U;
 constexpr long partialContent = 206;
+constexpr long proxyAuthenticationRequired = 407;
 constexpr std::size_t mostHeaders = 200;
 constexpr long bufferSize = 256L << 10U;
 /// In bytes a second: a connection on which less moves is as good as dead, and a new one may not be.
@@ -225,6 +226,14 @@ SHttpFailure CHttpTransfer::Describe(CURLcode code) const {
     if (tooLarge_) {
         return {exc::Format("the answer is longer than %1 bytes", MostBytes()), false};
     }
+    long tunnel = 0;  // what the proxy answered to a CONNECT
+    curl_easy_getinfo(handle_.get(), CURLINFO_HTTP_CONNECTCODE, &tunnel);
+    if (tunnel == proxyAuthenticationRequired || answer_.status == proxyAuthenticationRequired) {
+        return {"the proxy wants a user and a password, or others (HTTP 407)", false};
+    }
+    if (tunnel >= 400 && tunnel < 500) {
+        return {exc::Format("the proxy refuses the connection (HTTP %1)", tunnel), false};
+    }
     const std::string detail = errorText_.substr(0, errorText_.find('\0'));
     return {detail.empty() ? curl_easy_strerror(code) : detail, MayPass(code)};
 }
@@ -232,7 +241,7 @@ SHttpFailure CHttpTransfer::Describe(CURLcode code) const {
 SHttpResult CHttpTransfer::TakeResult(CURLcode code) {
     SHttpResult result;
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &answer_.status);
-    if (code != CURLE_OK && !isEnough_) {
+    if ((code != CURLE_OK && !isEnough_) || answer_.status == proxyAuthenticationRequired) {
         result.failure = std::make_shared<const SHttpFailure>(Describe(code));
     }
     if (wholeMd5_ && !isEnough_) {
