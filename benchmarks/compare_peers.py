@@ -270,6 +270,8 @@ def main():
              if not options.only or tool.name in options.only]
     peers = [tool for tool in tools if tool.name != "floor"]
     floor = [tool for tool in tools if tool.name == "floor"]  # last: it looks at what the agent stored
+    if options.folder:
+        os.makedirs(options.folder, exist_ok=True)
     with tempfile.TemporaryDirectory(dir=options.folder) as folder:
         work = pathlib.Path(folder)
         print(f"{os.cpu_count()} cores, {time.strftime('%Y-%m-%d')}, median of {options.rounds} rounds, scale 1/{options.scale}\n")
