@@ -104,7 +104,7 @@ class Retention(AgentCase):
         self.assertEqual(events[0]["reasons"], ["newest: the next backup builds on it"])
         self.check_restores([3])
 
-    def test_tags_and_hosts(self):
+    def test_tags_hosts_and_paths(self):
         self.run_agent("init")
         for seed, tag in enumerate(["daily", "release", "daily", "daily"]):
             self.backup(seed, "--tag", tag)
@@ -113,6 +113,9 @@ class Retention(AgentCase):
         events = self.events("forget", "--keep-last", 1, "--group-by", "tags", "--dry-run")
         self.assertEqual(events[-1]["removed"], [1, 3])
         self.assertEqual(self.events("forget", "--keep-last", 1, "--host", "another", "--dry-run")[-1]["removed"], [])
+        for path, removed in (("/not/there", []), (self.source, [1, 2, 3]), (f"{self.source}/below", [1, 2, 3])):
+            events = self.events("forget", "--keep-last", 1, "--path", path, "--dry-run")
+            self.assertEqual(events[-1]["removed"], removed, path)
         self.run_agent("forget", "--keep-last", 1, "--tag", "daily")
         self.check_restores([2, 4])
 
